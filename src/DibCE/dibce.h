@@ -1,0 +1,104 @@
+/*
+ * The bitmap layer: the record behind an HDIB, its accessors and lifecycle,
+ * pixel access, creation, copying, conversion and BMP files. Everything here
+ * has C linkage and returns the shared result codes (tovrel.h).
+ */
+#ifndef TOVREL_DIBCE_H
+#define TOVREL_DIBCE_H
+
+#include <tovrel/platform.h>
+#include <tovrel/tovrel.h>
+#include "trace.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define DIB_SIGNATURE 0x20626944u /* "Dib " in memory order */
+
+/* Largest width or height accepted from a caller or a file, and the largest
+ * pixel store; sizes are computed in 64 bits and checked against these
+ * before anything is allocated. */
+#define DIB_MAX_DIMENSION 65536
+#define DIB_MAX_BITS_BYTES ((int64_t)1 << 30)
+
+/* Trace levels */
+#define DIB_LEVEL_FRAME 5
+#define DIB_LEVEL_OP 8
+#define DIB_LEVEL_ACCESSOR 9
+#define DIB_LEVEL_VALID 10
+
+typedef struct DibRecord {
+    BYTE** ppRow;       /* ppRow[0] is the top row */
+    DWORD iSignature;
+    HBITMAP hBitmap;
+    BYTE* pBits;        /* bottom row first */
+    DIBSECTION ds;
+    RGBQUAD* pbmiColors;
+} DibRecord;
+
+/* ---- record, accessors, lifecycle -------------------------------------- */
+DWORD DibIsValid(HDIB hdib);
+HBITMAP DibBitmapHandle(HDIB hdib);
+LONG DibWidth(HDIB hdib);
+LONG DibHeight(HDIB hdib);
+WORD DibColorPlanes(HDIB hdib);
+WORD DibBitCount(HDIB hdib);
+LONG DibRowLength(HDIB hdib);
+DWORD DibNumColors(HDIB hdib);
+DWORD DibHeaderSize(HDIB hdib);
+DWORD DibPaletteSize(HDIB hdib);
+DWORD DibInfoSize(HDIB hdib);
+DWORD DibBitsSize(HDIB hdib);
+DWORD DibTotalSize(HDIB hdib);
+BITMAPINFOHEADER* DibInfoHeaderPtr(HDIB hdib);
+BYTE* DibBitsPtr(HDIB hdib);
+
+HDIB DibCreateFromBitmapInfo(const BITMAPINFO* info);
+DWORD DibReCreateFromBitmapInfo(const BITMAPINFO* info, HDIB hdib);
+DWORD DibResize(HDIB hdib, LONG width, LONG height);
+HDIB DibCreateCopy(HDIB hdib);
+DWORD DibUnload(HDIB hdib);
+void DibDump(HDIB hdib);
+
+/* Live records; traced only. */
+LONG DibLiveCount(void);
+
+/* ---- pixel access -------------------------------------------------------- */
+/* The read and write routines of one depth. Operations fill a pair of their
+ * own with DibRegisterPixelIO, so that operations on different threads never
+ * share routines. The routines check nothing. */
+typedef DWORD (*DibGetPixelFn)(HDIB hdib, LONG x, LONG y);
+typedef void (*DibSetPixelFn)(HDIB hdib, LONG x, LONG y, DWORD value);
+typedef struct DibPixelIO {
+    DibGetPixelFn get;
+    DibSetPixelFn set;
+} DibPixelIO;
+
+DWORD DibRegisterPixelIO(DWORD bitcount, DibPixelIO* io);
+DWORD DibGetPixel8(HDIB hdib, LONG x, LONG y);
+DWORD DibGetPixel4(HDIB hdib, LONG x, LONG y);
+DWORD DibGetPixel1(HDIB hdib, LONG x, LONG y);
+void DibSetPixel8(HDIB hdib, LONG x, LONG y, DWORD value);
+void DibSetPixel4(HDIB hdib, LONG x, LONG y, DWORD value);
+void DibSetPixel1(HDIB hdib, LONG x, LONG y, DWORD value);
+
+/* ---- creation, copying, conversion ------------------------------------- */
+/* A zeroed standard grey info block for 1, 4 or 8 bits, from LocalAlloc;
+ * NULL when the depth is not one of those or the allocation fails. */
+BITMAPINFO* DibGreyInfoBlock(LONG width, LONG height, DWORD bitcount);
+HDIB DibCreate(LONG width, LONG height, DWORD clear);
+DWORD DibRecreate(HDIB hdib, LONG width, LONG height, DWORD clear, DWORD bitcount);
+DWORD DibConvert(HDIB hdib, DWORD bitcount);
+DWORD DibCopy(HDIB destination, HDIB source);
+DWORD DibClear(HDIB hdib, DWORD value);
+
+/* ---- BMP files ----------------------------------------------------------- */
+DWORD DibBMPSave(const WCHAR* filename, HDIB hdib);
+HDIB DibBMPLoad(const WCHAR* filename);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

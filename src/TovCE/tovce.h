@@ -1,0 +1,47 @@
+/*
+ * The export layer: the frame helpers every export shares, the global lock
+ * and the file-name completion used by the file exports.
+ */
+#ifndef TOVREL_TOVCE_H
+#define TOVREL_TOVCE_H
+
+#include "dibce.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define TOV_MAX_PATH 260 /* characters, terminator included */
+
+/* 0: the first byte can be read; 1: NULL; 2: the read would fault. */
+DWORD tovProbePointer(const void* pointer);
+
+/* Completes name (a buffer of TOV_MAX_PATH characters) with ".extension"
+ * unless it already ends so. 1 on success, 0 for a name that is too short
+ * or would not fit. */
+int tovFixExtension(WCHAR* name, const WCHAR* extension);
+
+/* Copies a caller's file name into buffer (TOV_MAX_PATH) and completes it.
+ * 0 on success, 7 for a pointer that cannot be read, 19 for a name that
+ * cannot be completed. */
+DWORD tovPrepareFileName(const WCHAR* filename, const WCHAR* extension, WCHAR* buffer);
+
+/* The one recursive global lock of the camera and profile state. */
+CRITICAL_SECTION* tovGlobalLock(void);
+
+/* Library load and unload. */
+BOOL DllMain(HINSTANCE instance, DWORD reason, void* reserved);
+
+#ifdef __cplusplus
+}
+
+/* Scope guard for the global lock: never left held on any way out. */
+struct TovLockGuard {
+    TovLockGuard() { EnterCriticalSection(tovGlobalLock()); }
+    ~TovLockGuard() { LeaveCriticalSection(tovGlobalLock()); }
+    TovLockGuard(const TovLockGuard&) = delete;
+    TovLockGuard& operator=(const TovLockGuard&) = delete;
+};
+#endif
+
+#endif
