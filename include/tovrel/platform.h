@@ -92,6 +92,8 @@ void OutputDebugStringW(const WCHAR* text);          /* standard error */
 void NKDbgPrintfW(const WCHAR* format, ...);          /* standard error */
 int MessageBoxW(HWND owner, const WCHAR* text, const WCHAR* caption, UINT type);
 void PlatConsoleWrite(const WCHAR* text);             /* standard output */
+/* Stops at a debugger; without one the process ends with SIGTRAP. */
+void PlatDebugBreak(void);
 
 /* ---- UTF-16 text ------------------------------------------------------ */
 /* printf-style formatting into UTF-16: %s takes a UTF-16 string, %hs a
@@ -115,6 +117,10 @@ size_t PlatUtf8ToWide(const char* text, WCHAR* out, size_t cap);
 #define DIB_RGB_COLORS 0u
 #define BI_RGB 0u
 
+/* Bottom-up sections of 1 to 32 bits; the colour table is read from byte 40
+ * of info. The pixel store is zeroed and holds max(biSizeImage, rows x
+ * stride) bytes, so a header's biSizeImage never points past it.
+ * GetObjectW gives the header back unchanged (biClrUsed, biSizeImage). */
 HBITMAP CreateDIBSection(HDC dc, const BITMAPINFO* info, UINT usage, void** bits,
                          HANDLE section, DWORD offset);
 int GetObjectW(HGDIOBJ object, int bytes, void* out);

@@ -1,0 +1,48 @@
+// The graphics objects of the platform layer. Every handle is a pointer to
+// one of these structures and is checked against a registry of live objects
+// before use, so a stale or made-up handle is refused instead of followed.
+#pragma once
+
+#include <tovrel/platform.h>
+
+enum GdiType : uint32_t {
+    GDI_BITMAP = 1,
+    GDI_PEN = 2,
+    GDI_FONT = 3,
+    GDI_BRUSH = 4,
+};
+
+// The common head of every object. DeleteObject and GetObjectW dispatch
+// through the two functions, so each kind of object lives in its own file.
+struct GdiObjectTag {
+    GdiType type;
+    void (*destroy)(GdiObjectTag* self);                       // frees the object
+    int (*describe)(GdiObjectTag* self, int bytes, void* out);  // GetObjectW
+};
+
+// A DIB section: plain memory with a header and a colour table, any depth
+// from 1 to 32 bits. Rows are bottom-up, each `stride` bytes (a multiple of 4).
+struct GdiBitmap : GdiObjectTag {
+    BITMAPINFOHEADER header;  // biClrUsed as given; biHeight > 0
+    RGBQUAD colors[256];      // the table in effect for depths of 8 or fewer
+    DWORD colorCount;         // entries of colors[] in use
+    BYTE* bits;
+    LONG stride;
+    int selectedInto;         // device contexts that have it selected
+};
+
+// Registry of live objects (bitmaps, pens, fonts, brushes).
+void GdiRegister(GdiObjectTag* object);
+void GdiUnregister(GdiObjectTag* object);
+// The object if `handle` is live and of the type asked for, else nullptr.
+GdiObjectTag* GdiLookup(const void* handle, GdiType type);
+inline GdiBitmap* GdiLookupBitmap(const void* handle) {
+    return static_cast<GdiBitmap*>(GdiLookup(handle, GDI_BITMAP));
+}
+// Type of a live object, or 0.
+uint32_t GdiTypeOf(const void* handle);
+
+// The allocator behind LocalAlloc, shared by all platform code so that the
+// fault-injection hook reaches every allocation. Zeroed when asked.
+void* PlatAlloc(size_t bytes, bool zero);
+void PlatFree(void* p);

@@ -1,0 +1,167 @@
+// Memory: LocalAlloc and friends over malloc, the fault-injection seam that
+// every platform allocation passes, pointer probing without signals, and the
+// memory status from the kernel's figures.
+#include <tovrel/platform.h>
+
+#include "gdiobj.h"
+
+#include <sys/sysinfo.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+// Every block carries its size and a mark in front of the caller's bytes,
+// so LocalSize and LocalReAlloc need no table and LocalFree can refuse a
+// pointer it never handed out.
+constexpr uint64_t kLiveMark = 0x4b4f4c4c4f43414cull;  // "LACOLLOK"
+constexpr uint64_t kDeadMark = 0x444145444445414dull;
+struct alignas(16) BlockHead {
+    uint64_t mark;
+    uint64_t size;
+};
+
+std::atomic<long> g_allocations{0};
+std::atomic<long> g_failAt{0};
+std::atomic<long> g_live{0};
+
+// True when this allocation is the one the test seam asked to fail.
+bool FaultNow() {
+    long n = ++g_allocations;
+    long at = g_failAt.load(std::memory_order_relaxed);
+    return at != 0 && n == at;
+}
+
+BlockHead* HeadOf(void* p) { return reinterpret_cast<BlockHead*>(p) - 1; }
+
+bool IsOurBlock(void* p) {
+    if (!p) return false;
+    BlockHead* head = HeadOf(p);
+    if (IsBadReadPtr(head, sizeof *head)) return false;
+    return head->mark == kLiveMark;
+}
+
+}  // namespace
+
+void* PlatAlloc(size_t bytes, bool zero) {
+    if (FaultNow() || bytes > (SIZE_MAX >> 2)) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    size_t total = sizeof(BlockHead) + bytes;
+    auto* head = static_cast<BlockHead*>(zero ? std::calloc(1, total) : std::malloc(total));
+    if (!head) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    head->mark = kLiveMark;
+    head->size = bytes;
+    ++g_live;
+    return head + 1;
+}
+
+void PlatFree(void* p) {
+    if (!p) return;
+    BlockHead* head = HeadOf(p);
+    head->mark = kDeadMark;
+    std::free(head);
+    --g_live;
+}
+
+extern "C" {
+
+HLOCAL LocalAlloc(UINT flags, size_t bytes) {
+    return PlatAlloc(bytes, (flags & LMEM_ZEROINIT) != 0);
+}
+
+HLOCAL LocalReAlloc(HLOCAL mem, size_t bytes, UINT flags) {
+    if (!IsOurBlock(mem)) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    if (FaultNow() || bytes > (SIZE_MAX >> 2)) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    BlockHead* head = HeadOf(mem);
+    size_t old = head->size;
+    auto* grown = static_cast<BlockHead*>(std::realloc(head, sizeof(BlockHead) + bytes));
+    if (!grown) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;  // the old block stays valid, as on the device
+    }
+    grown->size = bytes;
+    if ((flags & LMEM_ZEROINIT) && bytes > old)
+        std::memset(reinterpret_cast<BYTE*>(grown + 1) + old, 0, bytes - old);
+    return grown + 1;
+}
+
+HLOCAL LocalFree(HLOCAL mem) {
+    if (!mem) return nullptr;
+    if (!IsOurBlock(mem)) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return mem;
+    }
+    PlatFree(mem);
+    return nullptr;
+}
+
+size_t LocalSize(HLOCAL mem) { return IsOurBlock(mem) ? HeadOf(mem)->size : 0; }
+
+// Reads through the kernel instead of touching the memory, so an unmapped
+// address gives an error code rather than a signal.
+BOOL IsBadReadPtr(const void* p, size_t bytes) {
+    if (!p) return TRUE;
+    if (bytes == 0) return FALSE;
+    static const long page = sysconf(_SC_PAGESIZE);
+    uintptr_t start = reinterpret_cast<uintptr_t>(p);
+    if (start + bytes < start) return TRUE;
+    uintptr_t last = start + bytes - 1;
+    // One byte of each page the range touches is enough: access is per page.
+    for (uintptr_t at = start;; at = (at | (page - 1)) + 1) {
+        if (at > last) at = last;
+        char byte;
+        struct iovec local = {&byte, 1};
+        struct iovec remote = {reinterpret_cast<void*>(at), 1};
+        if (process_vm_readv(getpid(), &local, 1, &remote, 1, 0) != 1) return TRUE;
+        if (at == last) break;
+    }
+    return FALSE;
+}
+
+static DWORD ClampToDword(unsigned long long v) {
+    return v > 0xFFFFFFFFull ? 0xFFFFFFFFu : static_cast<DWORD>(v);
+}
+
+void GlobalMemoryStatus(MEMORYSTATUS* status) {
+    if (!status) return;
+    struct sysinfo si;
+    std::memset(status, 0, sizeof *status);
+    status->dwLength = sizeof *status;
+    if (sysinfo(&si) != 0) return;
+    unsigned long long unit = si.mem_unit ? si.mem_unit : 1;
+    unsigned long long total = si.totalram * unit, avail = (si.freeram + si.bufferram) * unit;
+    unsigned long long swapTotal = si.totalswap * unit, swapFree = si.freeswap * unit;
+    status->dwMemoryLoad = total ? static_cast<DWORD>(100 - (avail * 100) / total) : 0;
+    status->dwTotalPhys = ClampToDword(total);
+    status->dwAvailPhys = ClampToDword(avail);
+    status->dwTotalPageFile = ClampToDword(total + swapTotal);
+    status->dwAvailPageFile = ClampToDword(avail + swapFree);
+    // A 32-bit process on the device sees 2 GiB of address space.
+    status->dwTotalVirtual = 0x80000000u;
+    status->dwAvailVirtual = ClampToDword(avail < 0x80000000ull ? avail : 0x80000000ull);
+}
+
+void PlatFailAllocation(long nth) {
+    g_failAt = nth > 0 ? g_allocations.load() + nth : 0;
+}
+
+long PlatAllocationCount(void) { return g_allocations.load(); }
+
+long PlatLiveObjects(void) { return g_live.load(); }
+
+}  // extern "C"
