@@ -38,11 +38,15 @@ bool FaultNow() {
 
 BlockHead* HeadOf(void* p) { return reinterpret_cast<BlockHead*>(p) - 1; }
 
+// Reads the head through the kernel: a pointer we never handed out may
+// have nothing readable (or nothing of its own) in front of it.
 bool IsOurBlock(void* p) {
     if (!p) return false;
-    BlockHead* head = HeadOf(p);
-    if (IsBadReadPtr(head, sizeof *head)) return false;
-    return head->mark == kLiveMark;
+    BlockHead head;
+    struct iovec local = {&head, sizeof head};
+    struct iovec remote = {HeadOf(p), sizeof head};
+    if (process_vm_readv(getpid(), &local, 1, &remote, 1, 0) != static_cast<ssize_t>(sizeof head)) return false;
+    return head.mark == kLiveMark;
 }
 
 }  // namespace

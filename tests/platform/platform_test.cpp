@@ -1,0 +1,248 @@
+// Memory, files, locks and DIB sections of the platform layer.
+#include <gtest/gtest.h>
+#include <tovrel/platform.h>
+
+#include "testsupport.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <thread>
+
+using tovtest::W;
+
+namespace {
+
+TEST(Memory, ZeroingReallocAndForeignPointers) {
+    long live = PlatLiveObjects();
+    auto* p = static_cast<BYTE*>(LocalAlloc(LPTR, 100));
+    ASSERT_NE(p, nullptr);
+    for (int i = 0; i < 100; ++i) ASSERT_EQ(p[i], 0);
+    EXPECT_EQ(LocalSize(p), 100u);
+    std::memset(p, 7, 100);
+    p = static_cast<BYTE*>(LocalReAlloc(p, 300, LMEM_MOVEABLE | LMEM_ZEROINIT));
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(p[99], 7);
+    EXPECT_EQ(p[100], 0);
+    EXPECT_EQ(p[299], 0);
+    int onStack = 0;
+    EXPECT_EQ(LocalFree(&onStack), &onStack) << "a foreign pointer is refused";
+    EXPECT_EQ(LocalReAlloc(&onStack, 8, 0), nullptr);
+    EXPECT_EQ(LocalFree(p), nullptr);
+    EXPECT_EQ(LocalFree(nullptr), nullptr);
+    EXPECT_EQ(PlatLiveObjects(), live);
+}
+
+TEST(Memory, FaultSeamFailsExactlyTheNthAllocation) {
+    PlatFailAllocation(3);
+    void* a = LocalAlloc(0, 8);
+    void* b = LocalAlloc(0, 8);
+    void* c = LocalAlloc(0, 8);
+    void* d = LocalAlloc(0, 8);
+    PlatFailAllocation(0);
+    EXPECT_NE(a, nullptr);
+    EXPECT_NE(b, nullptr);
+    EXPECT_EQ(c, nullptr);
+    EXPECT_EQ(GetLastError(), ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_NE(d, nullptr);
+    PlatFailAllocation(1);
+    EXPECT_EQ(LocalReAlloc(a, 64, 0), nullptr);
+    EXPECT_EQ(LocalSize(a), 8u) << "a failed reallocation keeps the old block";
+    for (void* p : {a, b, d}) LocalFree(p);
+}
+
+TEST(Memory, ProbeWithoutSignals) {
+    long pageSize = sysconf(_SC_PAGESIZE);
+    auto* pages = static_cast<char*>(mmap(nullptr, 2 * pageSize, PROT_READ | PROT_WRITE,
+                                          MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(pages, MAP_FAILED);
+    munmap(pages + pageSize, pageSize);
+    int local = 1;
+    EXPECT_FALSE(IsBadReadPtr(&local, sizeof local));
+    EXPECT_TRUE(IsBadReadPtr(nullptr, 1));
+    EXPECT_FALSE(IsBadReadPtr(pages, pageSize));
+    EXPECT_TRUE(IsBadReadPtr(pages + pageSize - 4, 8)) << "range runs into an unmapped page";
+    EXPECT_TRUE(IsBadReadPtr(pages + pageSize, 1));
+    EXPECT_TRUE(IsBadReadPtr(reinterpret_cast<void*>(16), 1));
+    munmap(pages, pageSize);
+    MEMORYSTATUS ms;
+    GlobalMemoryStatus(&ms);
+    EXPECT_GT(ms.dwTotalPhys, 0u);
+    EXPECT_LE(ms.dwAvailPhys, ms.dwTotalPhys);
+    EXPECT_LE(ms.dwMemoryLoad, 100u);
+}
+
+TEST(Files, WriteReadSeekAndErrors) {
+    tovtest::ScratchDir dir;
+    std::u16string name = W("f\xC3\xBC.bin");
+    HANDLE h = CreateFileW(name.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    DWORD n = 0;
+    EXPECT_TRUE(WriteFile(h, "hello world", 11, &n, nullptr));
+    EXPECT_EQ(n, 11u);
+    EXPECT_TRUE(FlushFileBuffers(h));
+    EXPECT_TRUE(CloseHandle(h));
+    EXPECT_FALSE(CloseHandle(h)) << "a closed handle is refused";
+
+    h = CreateFileW(name.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetFileSize(h, nullptr), 11u);
+    EXPECT_EQ(SetFilePointer(h, 6, nullptr, FILE_BEGIN), 6u);
+    char buf[16] = {};
+    EXPECT_TRUE(ReadFile(h, buf, 16, &n, nullptr));
+    EXPECT_EQ(n, 5u);
+    EXPECT_STREQ(buf, "world");
+    EXPECT_TRUE(ReadFile(h, buf, 4, &n, nullptr));
+    EXPECT_EQ(n, 0u) << "end of file reads nothing";
+    CloseHandle(h);
+
+    h = CreateFileW(name.c_str(), GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, 0, nullptr);
+    EXPECT_EQ(SetFilePointer(h, 0, nullptr, FILE_END), 11u);
+    CloseHandle(h);
+    EXPECT_NE(GetFileAttributesW(name.c_str()), INVALID_FILE_ATTRIBUTES);
+    EXPECT_TRUE(DeleteFileW(name.c_str()));
+    EXPECT_EQ(GetFileAttributesW(name.c_str()), INVALID_FILE_ATTRIBUTES);
+
+    EXPECT_EQ(CreateFileW(u"missing", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(CreateFileW(u".", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(CreateFileW(nullptr, GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(CreateFileW(u"", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(CreateFileW(u"nodir/x", GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, 0, nullptr), INVALID_HANDLE_VALUE);
+    int junk = 3;
+    EXPECT_FALSE(ReadFile(&junk, buf, 1, &n, nullptr));
+    EXPECT_FALSE(WriteFile(reinterpret_cast<HANDLE>(3), "x", 1, &n, nullptr)) << "raw descriptors are no handles";
+    EXPECT_EQ(n, 0u);
+}
+
+TEST(Files, FullDiskWritesReportNothingWritten) {
+    HANDLE h = CreateFileW(u"/dev/full", GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(h, INVALID_HANDLE_VALUE);
+    DWORD n = 99;
+    EXPECT_FALSE(WriteFile(h, "abc", 3, &n, nullptr));
+    EXPECT_EQ(n, 0u);
+    EXPECT_EQ(GetLastError(), ERROR_DISK_FULL);
+    CloseHandle(h);
+}
+
+TEST(Locks, RecursiveAndExclusive) {
+    CRITICAL_SECTION cs;
+    InitializeCriticalSection(&cs);
+    EnterCriticalSection(&cs);
+    EnterCriticalSection(&cs);  // the owner may re-enter
+    int counter = 0;
+    std::thread other([&] {
+        EnterCriticalSection(&cs);
+        counter += 10;
+        LeaveCriticalSection(&cs);
+    });
+    counter = 1;
+    LeaveCriticalSection(&cs);
+    EXPECT_EQ(counter, 1) << "the other thread got in while the lock was still held";
+    LeaveCriticalSection(&cs);
+    other.join();
+    EXPECT_EQ(counter, 11);
+    DeleteCriticalSection(&cs);
+    SYSTEMTIME t;
+    GetLocalTime(&t);
+    EXPECT_GE(t.wYear, 2024);
+    EXPECT_TRUE(t.wMonth >= 1 && t.wMonth <= 12 && t.wDay >= 1 && t.wDay <= 31);
+    SetLastError(1234);
+    std::thread([] { EXPECT_EQ(GetLastError(), 0u); }).join();
+    EXPECT_EQ(GetLastError(), 1234u);
+}
+
+struct InfoBlock {
+    BITMAPINFOHEADER h;
+    RGBQUAD colors[256];
+};
+
+InfoBlock Header(LONG w, LONG h, WORD bits) {
+    InfoBlock b;
+    std::memset(&b, 0, sizeof b);
+    b.h.biSize = 40;
+    b.h.biWidth = w;
+    b.h.biHeight = h;
+    b.h.biPlanes = 1;
+    b.h.biBitCount = bits;
+    for (int i = 0; i < 256; ++i) b.colors[i] = RGBQUAD{BYTE(i), BYTE(i), BYTE(i), 0};
+    return b;
+}
+
+TEST(DibSection, DepthsStridesAndDescription) {
+    struct { LONG w; WORD bits; LONG stride; } cases[] = {
+        {1, 1, 4}, {33, 1, 8}, {9, 4, 8}, {7, 2, 4}, {640, 8, 640}, {641, 8, 644},
+        {3, 16, 8}, {3, 24, 12}, {5, 32, 20},
+    };
+    for (const auto& c : cases) {
+        InfoBlock b = Header(c.w, 3, c.bits);
+        void* bits = nullptr;
+        HBITMAP bm = CreateDIBSection(nullptr, reinterpret_cast<BITMAPINFO*>(&b), DIB_RGB_COLORS, &bits, nullptr, 0);
+        ASSERT_NE(bm, nullptr) << c.w << "x" << c.bits;
+        DIBSECTION ds;
+        ASSERT_EQ(GetObjectW(bm, sizeof ds, &ds), static_cast<int>(sizeof ds));
+        EXPECT_EQ(ds.dsBm.bmWidth, c.w);
+        EXPECT_EQ(ds.dsBm.bmHeight, 3);
+        EXPECT_EQ(ds.dsBm.bmWidthBytes, c.stride);
+        EXPECT_EQ(ds.dsBm.bmBitsPixel, c.bits);
+        EXPECT_EQ(ds.dsBm.bmBits, bits);
+        EXPECT_EQ(ds.dsBmih.biClrUsed, 0u) << "the header comes back unchanged";
+        for (LONG i = 0; i < 3 * c.stride; ++i) ASSERT_EQ(static_cast<BYTE*>(bits)[i], 0);
+        static_cast<BYTE*>(bits)[3 * c.stride - 1] = 1;  // the whole store is ours (ASan)
+        EXPECT_TRUE(DeleteObject(bm));
+        EXPECT_FALSE(DeleteObject(bm)) << "a deleted bitmap is refused";
+        EXPECT_EQ(GetObjectW(bm, sizeof ds, &ds), 0);
+    }
+}
+
+TEST(DibSection, StoreCoversDeclaredImageSize) {
+    InfoBlock b = Header(4, 2, 8);
+    b.h.biSizeImage = 100;  // larger than 2 rows of 4 bytes
+    void* bits = nullptr;
+    HBITMAP bm = CreateDIBSection(nullptr, reinterpret_cast<BITMAPINFO*>(&b), DIB_RGB_COLORS, &bits, nullptr, 0);
+    ASSERT_NE(bm, nullptr);
+    static_cast<BYTE*>(bits)[99] = 1;
+    DIBSECTION ds;
+    GetObjectW(bm, sizeof ds, &ds);
+    EXPECT_EQ(ds.dsBmih.biSizeImage, 100u);
+    DeleteObject(bm);
+}
+
+TEST(DibSection, RefusesBadHeaders) {
+    struct { LONG w, h; WORD bits, planes; DWORD compression; DWORD sizeImage; } bad[] = {
+        {0, 1, 8, 1, 0, 0}, {1, 0, 8, 1, 0, 0}, {1, -1, 8, 1, 0, 0}, {-1, 1, 8, 1, 0, 0},
+        {1, 1, 3, 1, 0, 0}, {1, 1, 0, 1, 0, 0}, {1, 1, 8, 2, 0, 0}, {1, 1, 8, 1, 1, 0},
+        {1, 1, 8, 1, 3, 0}, {100000, 100000, 32, 1, 0, 0}, {0x7FFFFFFF, 1, 32, 1, 0, 0},
+        {1, 1, 8, 1, 0, 0xF0000000u},
+    };
+    long live = PlatLiveObjects();
+    for (const auto& c : bad) {
+        InfoBlock b = Header(c.w, c.h, c.bits);
+        b.h.biPlanes = c.planes;
+        b.h.biCompression = c.compression;
+        b.h.biSizeImage = c.sizeImage;
+        void* bits = reinterpret_cast<void*>(1);
+        EXPECT_EQ(CreateDIBSection(nullptr, reinterpret_cast<BITMAPINFO*>(&b), DIB_RGB_COLORS, &bits, nullptr, 0), nullptr)
+            << c.w << "x" << c.h << "x" << c.bits;
+        EXPECT_EQ(bits, nullptr);
+    }
+    EXPECT_EQ(CreateDIBSection(nullptr, nullptr, DIB_RGB_COLORS, nullptr, nullptr, 0), nullptr);
+    EXPECT_EQ(PlatLiveObjects(), live);
+    char junk[64] = {};
+    EXPECT_FALSE(DeleteObject(reinterpret_cast<HGDIOBJ>(junk)));
+    EXPECT_EQ(GetObjectW(reinterpret_cast<HGDIOBJ>(junk), 8, junk), 0);
+}
+
+TEST(DibSection, AllocationFailureLeaksNothing) {
+    InfoBlock b = Header(17, 5, 4);
+    long live = PlatLiveObjects();
+    long sites = tovtest::ForEachAllocationFailure([&](long) {
+        HBITMAP bm = CreateDIBSection(nullptr, reinterpret_cast<BITMAPINFO*>(&b), DIB_RGB_COLORS, nullptr, nullptr, 0);
+        if (bm) DeleteObject(bm);
+        EXPECT_EQ(PlatLiveObjects(), live);
+    });
+    EXPECT_EQ(sites, 2);
+}
+
+}  // namespace
