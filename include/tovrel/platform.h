@@ -199,6 +199,10 @@ long PlatAllocationCount(void);
 /* Memory blocks and graphics objects alive now: a leak shows as a
  * difference before and after an operation. */
 long PlatLiveObjects(void);
+/* Resolves font names through the fontconfig configuration in this file
+ * instead of the system's (tests: an empty one has no fonts at all); NULL
+ * returns to the system's. FALSE when the file cannot be loaded. */
+BOOL PlatSetFontConfigFile(const char* file);
 
 #ifdef __cplusplus
 }
