@@ -1,0 +1,419 @@
+/*
+ * Convolution family of the bitmap layer:
+ *   DibCreateCopyConvolve           working copy with mirrored borders
+ *   DibConvolutionFilterThreshhold  the engine: kernel, divisor, bias, decision
+ *   DibConvolutionFilter            the engine without a decision
+ *   DibAverage, DibSharpen, DibInfinityFilter, DibThreshold  built-in kernels
+ *
+ * The engine works on 8-bit bitmaps. The weighted sums are taken in 32-bit
+ * modular arithmetic, so any regrouping of the terms gives exactly the sum
+ * of the plain tap-by-tap walk, overflow included. That lets the row loops
+ * fold mirror-symmetric kernel rows and columns (add the pixels first,
+ * multiply once), run in 16-bit lanes where no sum can leave 16 bits, and
+ * divide through an exact vectorisable form: a shift for powers of two, a
+ * float division where every sum stays below 2^24 (then the correctly
+ * rounded float quotient always truncates to the integer quotient).
+ */
+#include <string.h>
+
+#include "dibops.h"
+
+#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && \
+    !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#define CONV_CLONES __attribute__((target_clones("avx2", "default")))
+#else
+#define CONV_CLONES
+#endif
+#define CONV_INLINE static inline __attribute__((always_inline))
+
+namespace {
+
+// Whether the mirrored borders of a copy grown by 2*mx columns and 2*my
+// rows take every value from the picture. The top, bottom and left mirrors
+// need a half size below the picture's size; the right border, which copies
+// the column 2*mx places to its left, may reach into the left border only
+// where that column has already been filled.
+bool BordersFromPicture(LONG width, LONG height, int64_t mx, int64_t my) {
+    if (mx < 0 || my < 0) return false;
+    if (my >= height || mx >= width) return false;
+    return mx == 0 || width >= 2 * mx - 1;
+}
+
+// One kernel row as the row loops see it: its weights and one or two copy
+// rows (two when the kernel row is equal to its mirror row, whose pixels are
+// then added before weighting).
+struct ConvRow {
+    const LONG* weights;
+    LONG ky1;
+    LONG ky2;        // -1: no partner
+    bool palindrome; // weights[j] == weights[cols-1-j] for all j
+};
+
+enum DivKind { DivOne, DivNegate, DivShift, DivShiftNeg, DivFloat, DivScalar };
+
+struct ConvPlan {
+    const ConvRow* rows;
+    LONG nrows;
+    LONG cols;
+    LONG width;      // picture width
+    LONG copyWidth;  // width + 2*mx
+    bool narrow;     // 16-bit lanes suffice
+    DivKind kind;
+    LONG divisor;
+    int shift;
+    LONG bias;
+    LONG threshold;
+};
+
+template <class Acc, class Src>
+CONV_INLINE void AddTap(Acc* acc, const Src* s, LONG w, LONG n) {
+    if (w == 1) {
+        for (LONG x = 0; x < n; ++x) acc[x] = (Acc)(acc[x] + (Acc)s[x]);
+    } else if (w == -1) {
+        for (LONG x = 0; x < n; ++x) acc[x] = (Acc)(acc[x] - (Acc)s[x]);
+    } else {
+        const Acc wa = (Acc)w;
+        for (LONG x = 0; x < n; ++x) acc[x] = (Acc)(acc[x] + (Acc)(wa * (Acc)s[x]));
+    }
+}
+
+// Two taps of equal weight: s[x] and s[x + gap].
+template <class Acc, class Src>
+CONV_INLINE void AddTapPair(Acc* acc, const Src* s, LONG gap, LONG w, LONG n) {
+    const Src* t = s + gap;
+    if (w == 1) {
+        for (LONG x = 0; x < n; ++x) acc[x] = (Acc)(acc[x] + (Acc)((Acc)s[x] + (Acc)t[x]));
+    } else if (w == -1) {
+        for (LONG x = 0; x < n; ++x) acc[x] = (Acc)(acc[x] - (Acc)((Acc)s[x] + (Acc)t[x]));
+    } else {
+        const Acc wa = (Acc)w;
+        for (LONG x = 0; x < n; ++x)
+            acc[x] = (Acc)(acc[x] + (Acc)(wa * (Acc)((Acc)s[x] + (Acc)t[x])));
+    }
+}
+
+template <class Acc, class Src>
+CONV_INLINE void AddKernelRow(Acc* acc, const Src* s, const ConvRow& r, LONG cols, LONG n) {
+    if (r.palindrome) {
+        for (LONG j = 0; j < cols / 2; ++j)
+            if (r.weights[j] != 0) AddTapPair(acc, s + j, cols - 1 - 2 * j, r.weights[j], n);
+        if ((cols & 1) && r.weights[cols / 2] != 0)
+            AddTap(acc, s + cols / 2, r.weights[cols / 2], n);
+    } else {
+        for (LONG j = 0; j < cols; ++j)
+            if (r.weights[j] != 0) AddTap(acc, s + j, r.weights[j], n);
+    }
+}
+
+template <bool Thr>
+CONV_INLINE BYTE Decide(int32_t q, LONG bias, LONG threshold) {
+    const int32_t s = (int32_t)((uint32_t)bias + (uint32_t)q);
+    if (Thr) return s < threshold ? 0 : 255;
+    return (BYTE)(s > 255 ? 255 : (s < 0 ? 0 : s));
+}
+
+template <DivKind K, bool Thr, class Acc>
+CONV_INLINE void FinishKind(const Acc* acc, BYTE* out, const ConvPlan& p) {
+    const LONG bias = p.bias;
+    const LONG threshold = p.threshold;
+    const LONG n = p.width;
+    const int sh = p.shift;
+    const int32_t mask = (int32_t)((1u << sh) - 1u);
+    const float fd = (float)p.divisor;
+    for (LONG x = 0; x < n; ++x) {
+        const int32_t s = (int32_t)acc[x];
+        int32_t q;
+        if (K == DivOne) {
+            q = s;
+        } else if (K == DivNegate) {
+            q = (int32_t)(0u - (uint32_t)s);
+        } else if (K == DivShift) {
+            q = (s + ((s >> 31) & mask)) >> sh;
+        } else if (K == DivShiftNeg) {
+            q = -((s + ((s >> 31) & mask)) >> sh);
+        } else if (K == DivFloat) {
+            q = (int32_t)((float)s / fd);
+        } else {
+            q = s / p.divisor;
+        }
+        out[x] = Decide<Thr>(q, bias, threshold);
+    }
+}
+
+template <bool Thr, class Acc>
+CONV_INLINE void FinishT(const Acc* acc, BYTE* out, const ConvPlan& p) {
+    switch (p.kind) {
+    case DivOne: FinishKind<DivOne, Thr>(acc, out, p); break;
+    case DivNegate: FinishKind<DivNegate, Thr>(acc, out, p); break;
+    case DivShift: FinishKind<DivShift, Thr>(acc, out, p); break;
+    case DivShiftNeg: FinishKind<DivShiftNeg, Thr>(acc, out, p); break;
+    case DivFloat: FinishKind<DivFloat, Thr>(acc, out, p); break;
+    case DivScalar: FinishKind<DivScalar, Thr>(acc, out, p); break;
+    }
+}
+
+template <class Acc>
+CONV_INLINE void Finish(const Acc* acc, BYTE* out, const ConvPlan& p) {
+    if (p.threshold != 0)
+        FinishT<true>(acc, out, p);
+    else
+        FinishT<false>(acc, out, p);
+}
+
+template <class Acc>
+CONV_INLINE void ConvolveRowsT(const ConvPlan& p, BYTE* const* copyRows, BYTE* const* outRows,
+                               LONG height, Acc* acc, uint16_t* fold) {
+    const LONG n = p.width;
+    for (LONG y = 0; y < height; ++y) {
+        memset(acc, 0, sizeof(Acc) * (size_t)n);
+        for (LONG i = 0; i < p.nrows; ++i) {
+            const ConvRow& r = p.rows[i];
+            const BYTE* a = copyRows[y + r.ky1];
+            if (r.ky2 < 0) {
+                AddKernelRow(acc, a, r, p.cols, n);
+            } else {
+                const BYTE* b = copyRows[y + r.ky2];
+                for (LONG c = 0; c < p.copyWidth; ++c) fold[c] = (uint16_t)(a[c] + b[c]);
+                AddKernelRow(acc, (const uint16_t*)fold, r, p.cols, n);
+            }
+        }
+        Finish(acc, outRows[y], p);
+    }
+}
+
+CONV_CLONES
+void ConvolveRows(const ConvPlan& p, BYTE* const* copyRows, BYTE* const* outRows, LONG height,
+                  void* acc, uint16_t* fold) {
+    if (p.narrow)
+        ConvolveRowsT(p, copyRows, outRows, height, (int16_t*)acc, fold);
+    else
+        ConvolveRowsT(p, copyRows, outRows, height, (uint32_t*)acc, fold);
+}
+
+bool RowsEqual(const LONG* a, const LONG* b, LONG cols) {
+    return cols == 0 || memcmp(a, b, sizeof(LONG) * (size_t)cols) == 0;
+}
+
+bool Palindrome(const LONG* w, LONG cols) {
+    for (LONG j = 0; j < cols / 2; ++j)
+        if (w[j] != w[cols - 1 - j]) return false;
+    return true;
+}
+
+// Fills plan.rows (room for `rows` entries) and the arithmetic choices.
+void BuildPlan(ConvPlan& plan, ConvRow* out, const LONG* kernel, LONG rows, LONG cols,
+               LONG divisor, LONG bias, LONG threshold, LONG width, LONG mx) {
+    LONG n = 0;
+    int64_t absSum = 0;
+    for (LONG ky = 0; ky < rows; ++ky) {
+        const LONG* w = kernel + (size_t)ky * (size_t)cols;
+        bool any = false;
+        for (LONG j = 0; j < cols; ++j) {
+            absSum += w[j] < 0 ? -(int64_t)w[j] : (int64_t)w[j];
+            any = any || w[j] != 0;
+        }
+        const LONG mirror = rows - 1 - ky;
+        if (mirror < ky && RowsEqual(w, kernel + (size_t)mirror * (size_t)cols, cols))
+            continue; // folded into its mirror row
+        if (!any) continue;
+        ConvRow& r = out[n++];
+        r.weights = w;
+        r.ky1 = ky;
+        r.ky2 = (mirror > ky && RowsEqual(w, kernel + (size_t)mirror * (size_t)cols, cols)) ? mirror : -1;
+        r.palindrome = Palindrome(w, cols);
+    }
+    plan.rows = out;
+    plan.nrows = n;
+    plan.cols = cols;
+    plan.width = width;
+    plan.copyWidth = width + 2 * mx;
+    const int64_t bound = absSum * 255; // largest |sum| and |partial sum|
+    plan.narrow = bound <= 32767;
+    plan.divisor = divisor;
+    plan.bias = bias;
+    plan.threshold = threshold;
+    plan.shift = 0;
+    const int64_t ad = divisor < 0 ? -(int64_t)divisor : (int64_t)divisor;
+    if (divisor == 1) {
+        plan.kind = DivOne;
+    } else if (divisor == -1) {
+        plan.kind = DivNegate;
+    } else if ((ad & (ad - 1)) == 0 && ad <= ((int64_t)1 << 30)) {
+        while (((int64_t)1 << plan.shift) < ad) ++plan.shift;
+        plan.kind = divisor > 0 ? DivShift : DivShiftNeg;
+    } else if (bound < ((int64_t)1 << 24) && ad < ((int64_t)1 << 24)) {
+        plan.kind = DivFloat;
+    } else {
+        plan.kind = DivScalar;
+    }
+}
+
+}  // namespace
+
+extern "C" {
+
+HDIB DibCreateCopyConvolve(HDIB hdib, LONG newHeight, LONG newWidth) {
+    DebugTrace(DIB_LEVEL_FRAME, u">DibCreateCopyConvolve(%lld,%d,%d)\r\n", TRACE_PTR(hdib),
+               newHeight, newWidth);
+    if (DibIsValid(hdib) == DibErrorInvalidDIB) return NULL;
+    const LONG width = DibWidth(hdib);
+    const LONG height = DibHeight(hdib);
+    const DWORD colours = DibNumColors(hdib);
+    const int64_t gw = (int64_t)newWidth - width;
+    const int64_t gh = (int64_t)newHeight - height;
+    // The rows are copied byte for byte: 8 bits only, and only borders
+    // that the picture can supply.
+    if (DibBitCount(hdib) != 8 || (gw & 1) || (gh & 1) ||
+        !BordersFromPicture(width, height, gw / 2, gh / 2)) {
+        DebugError(u"   !DibCreateCopyConvolve():DibErrorInvalidParm\r\n");
+        return NULL;
+    }
+    BITMAPINFO* info = (BITMAPINFO*)LocalAlloc(LPTR, ((size_t)colours + 10) * 4);
+    if (info == NULL) {
+        DebugError(u"   !DibCreateCopyConvolve():LocalAlloc:pbmi:Error\r\n");
+        return NULL;
+    }
+    memcpy(&info->bmiHeader, &hdib->ds.dsBmih, sizeof(BITMAPINFOHEADER));
+    memcpy(info->bmiColors, hdib->pbmiColors, (size_t)colours * 4);
+    info->bmiHeader.biHeight = newHeight;
+    info->bmiHeader.biWidth = newWidth;
+    info->bmiHeader.biSizeImage = 0; // the old size would describe the old picture
+    HDIB copy = DibCreateFromBitmapInfo(info);
+    LocalFree(info);
+    if (copy == NULL) {
+        DebugError(u"   !DibCreateCopyConvolve():DibCreateFromBitmapInfo:Error\r\n");
+        return NULL;
+    }
+    const LONG my = (LONG)(gh / 2);
+    const LONG mx = (LONG)(gw / 2);
+    BYTE** src = hdib->ppRow;
+    BYTE** dst = copy->ppRow;
+    for (LONG r = 0; r < height; ++r) memcpy(dst[my + r] + mx, src[r], (size_t)width);
+    for (LONG i = 0; i < my; ++i) {
+        memcpy(dst[i] + mx, src[my - i], (size_t)width);
+        memcpy(dst[newHeight - 1 - i] + mx, src[height - my - 1 + i], (size_t)width);
+    }
+    for (LONG r = 0; r < newHeight; ++r) {
+        BYTE* row = dst[r];
+        for (LONG i = 0; i < mx; ++i) {
+            row[i] = row[2 * mx - i];
+            row[newWidth - 1 - i] = row[width - 1 - i];
+        }
+    }
+    DebugTrace(DIB_LEVEL_FRAME, u"<DibCreateCopyConvolve()=%lld\r\n", TRACE_PTR(copy));
+    return copy;
+}
+
+DWORD DibConvolutionFilterThreshhold(HDIB hdib, const LONG* kernel, LONG rows, LONG cols,
+                                     LONG divisor, LONG bias, LONG threshold) {
+    if (DibIsValid(hdib) == DibErrorInvalidDIB) return DibErrorInvalidDIB;
+    DebugTrace(DIB_LEVEL_OP, u">DibConvolutionFilterThreshhold()\r\n");
+    if (divisor == 0) return DibErrorInvalidDIB;
+    if (DibBitCount(hdib) != 8) return DibErrorInvalidDIB;
+    const LONG width = DibWidth(hdib);
+    const LONG height = DibHeight(hdib);
+    const int64_t entries = (int64_t)rows * (int64_t)cols;
+    // Sizes and the kernel come from the caller: refuse what would make the
+    // borders reach past the picture, and a kernel that cannot be read.
+    if (rows < 0 || cols < 0 || !BordersFromPicture(width, height, cols / 2, rows / 2) ||
+        kernel == NULL || entries > DIB_CONV_MAX_ENTRIES ||
+        (entries > 0 && IsBadReadPtr(kernel, (size_t)entries * sizeof(LONG)))) {
+        DebugError(u"   !DibConvolutionFilterThreshhold():DibErrorInvalidParm\r\n");
+        return DibErrorInvalidParm;
+    }
+    const LONG my = rows / 2;
+    const LONG mx = cols / 2;
+    HDIB copy = DibCreateCopyConvolve(hdib, height + 2 * my, width + 2 * mx);
+    if (copy == NULL) return DibErrorUnknown;
+
+    // Row scratch: the sums of one output row, a folded pair of copy rows and
+    // the plan's kernel rows.
+    const size_t accBytes = ((size_t)width * 4 + 63) & ~(size_t)63;
+    const size_t foldBytes = (((size_t)width + 2 * (size_t)mx) * 2 + 63) & ~(size_t)63;
+    const size_t planBytes = (size_t)(rows > 0 ? rows : 1) * sizeof(ConvRow);
+    BYTE* scratch = (BYTE*)LocalAlloc(LMEM_FIXED, accBytes + foldBytes + planBytes + 64);
+    if (scratch == NULL) {
+        DebugError(u"   !DibConvolutionFilterThreshhold():LocalAlloc:rowbuffer:Error\r\n");
+        DibUnload(copy);
+        return DibErrorMemoryAlocation;
+    }
+    BYTE* aligned = (BYTE*)(((uintptr_t)scratch + 63) & ~(uintptr_t)63);
+    ConvPlan plan;
+    BuildPlan(plan, (ConvRow*)(aligned + accBytes + foldBytes), kernel, rows, cols, divisor,
+              bias, threshold, width, mx);
+    ConvolveRows(plan, copy->ppRow, hdib->ppRow, height, aligned,
+                 (uint16_t*)(aligned + accBytes));
+    LocalFree(scratch);
+    DibUnload(copy);
+    DebugTrace(DIB_LEVEL_OP, u"<DibConvolutionFilterThreshhold()=DibOk\r\n");
+    return DibOk;
+}
+
+DWORD DibConvolutionFilter(HDIB hdib, const LONG* kernel, LONG rows, LONG cols, LONG divisor,
+                           LONG bias) {
+    DebugTrace(DIB_LEVEL_OP, u">DibConvolutionFilter()\r\n");
+    const DWORD result = DibConvolutionFilterThreshhold(hdib, kernel, rows, cols, divisor, bias, 0);
+    DebugTrace(DIB_LEVEL_OP, u"<DibConvolutionFilter()=%d\r\n", (int)result);
+    return result;
+}
+
+DWORD DibAverage(HDIB hdib) {
+    DebugTrace(DIB_LEVEL_OP, u"<DibAverage(%lld)\r\n", TRACE_PTR(hdib));
+    LONG kernel[9];
+    for (LONG& k : kernel) k = 1;
+    DebugTrace(DIB_LEVEL_OP, u">DibAverage()\r\n");
+    const DWORD result = DibConvolutionFilter(hdib, kernel, 3, 3, 9, 0);
+    if (result != DibOk) return result;
+    DebugTrace(DIB_LEVEL_OP, u"<DibAverage()=DibOk\r\n");
+    return DibOk;
+}
+
+DWORD DibSharpen(HDIB hdib, LONG level) {
+    DebugTrace(DIB_LEVEL_OP, u"<DibSharpen(%lld, &d)\r\n", TRACE_PTR(hdib));
+    if (level < DIB_SHARPEN_MIN || level > DIB_SHARPEN_MAX) return DibErrorInvalidParm;
+    LONG kernel[9];
+    for (LONG& k : kernel) k = -1;
+    kernel[4] = level;
+    DebugTrace(DIB_LEVEL_OP, u">DibSharpen()\r\n");
+    const DWORD result = DibConvolutionFilter(hdib, kernel, 3, 3, level - 8, 0);
+    if (result != DibOk) return result;
+    DebugTrace(DIB_LEVEL_OP, u"<DibSharpen()=DibOk\r\n");
+    return DibOk;
+}
+
+DWORD DibInfinityFilter(HDIB hdib) {
+    DebugTrace(DIB_LEVEL_OP, u"<DibInfinityFilter(%lld, &d)\r\n", TRACE_PTR(hdib));
+    // One quadrant with its centre row and column; the kernel is symmetric
+    // about both axes.
+    const LONG quadrant[5][5] = {
+        {-1, -5, -19, -38, -48},
+        {-5, -24, -35, -12, 10},
+        {-19, -35, -3, 1, -25},
+        {-38, -12, 1, 94, 239},
+        {-48, 10, -25, 239, 419},
+    };
+    LONG kernel[81];
+    for (int ky = 0; ky < 9; ++ky)
+        for (int kx = 0; kx < 9; ++kx)
+            kernel[ky * 9 + kx] = quadrant[ky < 5 ? ky : 8 - ky][kx < 5 ? kx : 8 - kx];
+    const DWORD result = DibConvolutionFilter(hdib, kernel, 9, 9, 512, 0);
+    if (result != DibOk) return result;
+    DebugTrace(DIB_LEVEL_OP, u"<DibInfinityFilter()=DibOk\r\n");
+    return DibOk;
+}
+
+DWORD DibThreshold(HDIB hdib, DWORD threshold) {
+    DebugTrace(DIB_LEVEL_OP, u">DibThreshold(%lld,%d)\r\n", TRACE_PTR(hdib), (int)threshold);
+    LONG kernel[25];
+    for (int ky = 0; ky < 5; ++ky)
+        for (int kx = 0; kx < 5; ++kx)
+            kernel[ky * 5 + kx] = (ky == 0 || ky == 4 || kx == 0 || kx == 4) ? -1 : 0;
+    kernel[12] = 16;
+    const DWORD result =
+        DibConvolutionFilterThreshhold(hdib, kernel, 5, 5, 1, 128, (LONG)threshold);
+    if (result != DibOk) return result;
+    DebugTrace(DIB_LEVEL_OP, u"<DibThreshold()=DibOk\r\n");
+    return DibOk;
+}
+
+}  // extern "C"
