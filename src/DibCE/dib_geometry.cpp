@@ -1,0 +1,259 @@
+/*
+ * Geometry of the bitmap layer, at 1, 4 and 8 bits:
+ *   DibFlipHorizontal  upside down (top row changes place with bottom row)
+ *   DibFlipVertical    left to right (first column with last)
+ *   DibCrop            cut out a rectangle
+ *   DibScale           nearest-pixel decimation by a percentage
+ *
+ * Each works from a private copy (DibCreateCopy) and writes the result
+ * pixel for pixel into the bitmap. The loops move whole bytes where the
+ * pixels are byte aligned and shift bit fields otherwise; bits of a row
+ * past its last pixel are never written, as with one write per pixel.
+ */
+#include <string.h>
+
+#include "dibops.h"
+
+namespace {
+
+// Bit-reversed bytes, for mirroring 1-bit rows.
+struct ReverseTable {
+    BYTE v[256];
+    constexpr ReverseTable() : v() {
+        for (int i = 0; i < 256; ++i) {
+            int r = 0;
+            for (int b = 0; b < 8; ++b)
+                if (i & (1 << b)) r |= 0x80 >> b;
+            v[i] = (BYTE)r;
+        }
+    }
+};
+constexpr ReverseTable kReverse;
+
+// Writes the last, partial byte: the bits of `keep` stay as they are.
+inline void MergeByte(BYTE* dst, BYTE value, BYTE keep) {
+    *dst = (BYTE)((*dst & keep) | (value & (BYTE)~keep));
+}
+
+// Mask of the bits of a byte past its first `bits` bits (1 to 8).
+inline BYTE TailKeep(LONG bits) { return (BYTE)(0xFFu >> bits); }
+
+// dst pixels 0 .. count-1 take src pixels sx .. sx+count-1 (count >= 1).
+// Reads no byte of src beyond the one holding pixel sx+count-1.
+void CopyPixelRun(BYTE* dst, const BYTE* src, int64_t sx, LONG count, int bpp) {
+    if (bpp == 8) {
+        memcpy(dst, src + sx, (size_t)count);
+        return;
+    }
+    const int64_t sbit = sx * bpp;
+    const int64_t nbits = (int64_t)count * bpp;
+    const int64_t full = nbits / 8;
+    const LONG rest = (LONG)(nbits % 8);
+    const BYTE* s = src + (sbit >> 3);
+    const int sh = (int)(sbit & 7);
+    const int64_t lastSrcByte = (sbit + nbits - 1) >> 3; // relative to src
+    if (sh == 0) {
+        memcpy(dst, s, (size_t)full);
+        if (rest) MergeByte(dst + full, s[full], TailKeep(rest));
+        return;
+    }
+    for (int64_t i = 0; i < full; ++i) {
+        // Bits of s[i+1] are wanted: the run goes on past s[i].
+        dst[i] = (BYTE)((s[i] << sh) | (s[i + 1] >> (8 - sh)));
+    }
+    if (rest) {
+        unsigned v = (unsigned)s[full] << sh;
+        if ((sbit >> 3) + full + 1 <= lastSrcByte) v |= s[full + 1] >> (8 - sh);
+        MergeByte(dst + full, (BYTE)v, TailKeep(rest));
+    }
+}
+
+// dst pixel x takes src pixel width-1-x, for x from 0 to width-1.
+void MirrorRow(BYTE* dst, const BYTE* src, LONG width, int bpp) {
+    if (bpp == 8) {
+        for (LONG x = 0; x < width; ++x) dst[x] = src[width - 1 - x];
+        return;
+    }
+    if (bpp == 4) {
+        const LONG half = width / 2;
+        if ((width & 1) == 0) {
+            for (LONG i = 0; i < half; ++i) {
+                const BYTE b = src[half - 1 - i];
+                dst[i] = (BYTE)((b << 4) | (b >> 4));
+            }
+        } else {
+            // Pixel 2i is the high nibble of src[k], pixel 2i+1 the low
+            // nibble of src[k-1], with k = half - i.
+            for (LONG i = 0; i < half; ++i) {
+                const LONG k = half - i;
+                dst[i] = (BYTE)((src[k] & 0xF0) | (src[k - 1] & 0x0F));
+            }
+            MergeByte(dst + half, src[0], 0x0F);
+        }
+        return;
+    }
+    // 1 bit: the byte-reversed row is the mirror shifted by the padding.
+    const LONG nb = (width + 7) / 8;
+    const int pad = (int)(nb * 8 - width);
+    const LONG full = width / 8;
+    for (LONG i = 0; i < full; ++i) {
+        unsigned v = (unsigned)kReverse.v[src[nb - 1 - i]] << pad;
+        if (pad) v |= kReverse.v[src[nb - 2 - i]] >> (8 - pad);
+        dst[i] = (BYTE)v;
+    }
+    const LONG rest = width % 8;
+    if (rest) {
+        unsigned v = (unsigned)kReverse.v[src[nb - 1 - full]] << pad;
+        if (nb - 2 - full >= 0) v |= kReverse.v[src[nb - 2 - full]] >> (8 - pad);
+        MergeByte(dst + full, (BYTE)v, TailKeep(rest));
+    }
+}
+
+inline DWORD ReadPixel(const BYTE* row, LONG x, int bpp) {
+    if (bpp == 8) return row[x];
+    if (bpp == 4) return (row[x >> 1] >> ((x & 1) ? 0 : 4)) & 0x0F;
+    return (row[x >> 3] >> (7 - (x & 7))) & 1;
+}
+
+inline void WritePixel(BYTE* row, LONG x, int bpp, DWORD v) {
+    if (bpp == 4) {
+        const int sh = (x & 1) ? 0 : 4;
+        row[x >> 1] = (BYTE)((row[x >> 1] & ~(0x0F << sh)) | (v << sh));
+    } else {
+        const int sh = 7 - (x & 7);
+        row[x >> 3] = (BYTE)((row[x >> 3] & ~(1 << sh)) | (v << sh));
+    }
+}
+
+// Columns of the source for a stretch of output columns: the truncated
+// single-precision product of the column and the inverse factor.
+const LONG kColumnChunk = 1024;
+
+inline LONG SourceIndex(LONG i, float inverse, LONG limit) {
+    const LONG s = (LONG)((float)i * inverse);
+    return s < limit ? s : limit - 1; // cannot trigger for a factor up to 1
+}
+
+void ScaleRow(BYTE* dst, const BYTE* src, LONG newWidth, LONG width, float inverse, int bpp) {
+    LONG cols[kColumnChunk];
+    for (LONG x0 = 0; x0 < newWidth; x0 += kColumnChunk) {
+        const LONG n = newWidth - x0 < kColumnChunk ? newWidth - x0 : kColumnChunk;
+        for (LONG i = 0; i < n; ++i) cols[i] = SourceIndex(x0 + i, inverse, width);
+        if (bpp == 8) {
+            for (LONG i = 0; i < n; ++i) dst[x0 + i] = src[cols[i]];
+        } else {
+            for (LONG i = 0; i < n; ++i) WritePixel(dst, x0 + i, bpp, ReadPixel(src, cols[i], bpp));
+        }
+    }
+}
+
+// Entry checks shared by the four: a good handle of a depth with pixel
+// routines. Gives 0 and the depth, or 5.
+DWORD CheckGeometry(HDIB hdib, int* bpp) {
+    if (DibIsValid(hdib) == DibErrorInvalidDIB) return DibErrorInvalidDIB;
+    const WORD bits = DibBitCount(hdib);
+    DibPixelIO io;
+    if (DibRegisterPixelIO(bits, &io) != DibOk) return DibErrorInvalidDIB;
+    *bpp = bits;
+    return DibOk;
+}
+
+}  // namespace
+
+extern "C" {
+
+DWORD DibFlipHorizontal(HDIB hdib) {
+    DebugTrace(DIB_LEVEL_OP, u">DibFlipHorizontal(%lld)\r\n", TRACE_PTR(hdib));
+    int bpp = 0;
+    if (CheckGeometry(hdib, &bpp) != DibOk) return DibErrorInvalidDIB;
+    HDIB copy = DibCreateCopy(hdib);
+    if (copy == NULL) return DibErrorUnknown;
+    const LONG width = DibWidth(hdib);
+    const LONG height = DibHeight(hdib);
+    for (LONG y = 0; y < height && width > 0; ++y)
+        CopyPixelRun(hdib->ppRow[y], copy->ppRow[height - 1 - y], 0, width, bpp);
+    DibUnload(copy);
+    DebugTrace(DIB_LEVEL_OP, u"<DibFlipHorizontal()=DibOk\r\n");
+    return DibOk;
+}
+
+DWORD DibFlipVertical(HDIB hdib) {
+    DebugTrace(DIB_LEVEL_OP, u">DibFlipVertical(%lld)\r\n", TRACE_PTR(hdib));
+    int bpp = 0;
+    if (CheckGeometry(hdib, &bpp) != DibOk) return DibErrorInvalidDIB;
+    HDIB copy = DibCreateCopy(hdib);
+    if (copy == NULL) return DibErrorUnknown;
+    const LONG width = DibWidth(hdib);
+    const LONG height = DibHeight(hdib);
+    for (LONG y = 0; y < height && width > 0; ++y)
+        MirrorRow(hdib->ppRow[y], copy->ppRow[y], width, bpp);
+    DibUnload(copy);
+    DebugTrace(DIB_LEVEL_OP, u"<DibFlipVertical()=DibOk\r\n");
+    return DibOk;
+}
+
+DWORD DibCrop(HDIB hdib, DWORD x, DWORD y, DWORD width, DWORD height) {
+    DebugTrace(DIB_LEVEL_OP, u">DibCrop(%lld,%d,%d,%d,%d)\r\n", TRACE_PTR(hdib), (int)x, (int)y,
+               (int)width, (int)height);
+    int bpp = 0;
+    if (CheckGeometry(hdib, &bpp) != DibOk) return DibErrorInvalidDIB;
+    const LONG oldWidth = DibWidth(hdib);
+    const LONG oldHeight = DibHeight(hdib);
+    // In 64 bits: a rectangle whose end passes 2^32 is out of bounds, not
+    // wrapped back into the picture.
+    if ((uint64_t)x + width > (uint64_t)(oldWidth > 0 ? oldWidth : 0) ||
+        (uint64_t)y + height > (uint64_t)(oldHeight > 0 ? oldHeight : 0) || width == 0 ||
+        height == 0) {
+        DebugTrace(DIB_LEVEL_OP, u"   !DibCrop():DibErrorInvalidParm\r\n");
+        return DibErrorInvalidParm;
+    }
+    HDIB copy = DibCreateCopy(hdib);
+    if (copy == NULL) return DibErrorUnknown;
+    if (DibResize(hdib, (LONG)width, (LONG)height) != DibOk) {
+        DebugTrace(DIB_LEVEL_OP, u"   !DibCrop():DibErrorUnknown\r\n");
+        DibUnload(copy);
+        return DibErrorUnknown;
+    }
+    for (DWORD j = 0; j < height; ++j)
+        CopyPixelRun(hdib->ppRow[j], copy->ppRow[y + j], x, (LONG)width, bpp);
+    DibUnload(copy);
+    DebugTrace(DIB_LEVEL_OP, u"<DibCrop()=DibOk\r\n");
+    return DibOk;
+}
+
+DWORD DibScale(HDIB hdib, DWORD percent) {
+    DebugTrace(DIB_LEVEL_OP, u">DibScale(%lld,%d)\r\n", TRACE_PTR(hdib), (int)percent);
+    int bpp = 0;
+    if (CheckGeometry(hdib, &bpp) != DibOk) return DibErrorInvalidDIB;
+    const LONG width = DibWidth(hdib);
+    const LONG height = DibHeight(hdib);
+    const float scalefactor = (float)((double)(float)percent * 0.01);
+    const double h = (double)((float)height * scalefactor) + 0.5;
+    const double w = (double)((float)width * scalefactor) + 0.5;
+    // Only reachable by a direct call with a large percentage: a size that
+    // no bitmap can have is refused before it is converted.
+    if (!(h < (double)DIB_MAX_DIMENSION + 1) || !(w < (double)DIB_MAX_DIMENSION + 1)) {
+        DebugTrace(DIB_LEVEL_OP, u"   !DibScale():DibErrorInvalidParm\r\n");
+        return DibErrorInvalidParm;
+    }
+    const DWORD newHeight = (DWORD)h;
+    const DWORD newWidth = (DWORD)w;
+    HDIB copy = DibCreateCopy(hdib);
+    if (copy == NULL) return DibErrorUnknown;
+    if (DibResize(hdib, (LONG)newWidth, (LONG)newHeight) != DibOk) {
+        DebugTrace(DIB_LEVEL_OP, u"   !DibScale():DibErrorUnknown\r\n");
+        DibUnload(copy);
+        return DibErrorUnknown;
+    }
+    DIB_ASSERT(scalefactor != 0);
+    const float inverse = 1.0f / scalefactor;
+    for (LONG yy = 0; yy < (LONG)newHeight; ++yy) {
+        const LONG sy = SourceIndex(yy, inverse, height);
+        ScaleRow(hdib->ppRow[yy], copy->ppRow[sy], (LONG)newWidth, width, inverse, bpp);
+    }
+    DibUnload(copy);
+    DebugTrace(DIB_LEVEL_OP, u"<DibScale()=DibOk\r\n");
+    return DibOk;
+}
+
+}  // extern "C"
