@@ -21,6 +21,10 @@ extern "C" {
  * before anything is allocated. */
 #define DIB_MAX_DIMENSION 65536
 #define DIB_MAX_BITS_BYTES ((int64_t)1 << 30)
+/* Largest colour table a record keeps (also for depths above 8 bits). */
+#define DIB_MAX_COLORS 256
+/* The only header size the record keeps and writes back. */
+#define DIB_HEADER_BYTES 40
 
 /* Trace levels */
 #define DIB_LEVEL_FRAME 5
@@ -63,6 +67,16 @@ void DibDump(HDIB hdib);
 
 /* Live records; traced only. */
 LONG DibLiveCount(void);
+
+/* Bytes a row of width pixels at bitcount bits takes, rounded up to 32 bits,
+ * in 64 bits; -1 for a negative width or depth. */
+int64_t DibRowBytes(int64_t width, int64_t bitcount);
+
+/* A failed re-creation leaves the record alive but empty: no bitmap, no
+ * tables, width, height, depth and colours 0. It stays valid, so that it can
+ * be re-created or unloaded; operations see a bitmap of no pixels and depth
+ * 0 and refuse it. DibHasBitmap tells the two apart (0 for a bad handle). */
+BOOL DibHasBitmap(HDIB hdib);
 
 /* ---- pixel access -------------------------------------------------------- */
 /* The read and write routines of one depth. Operations fill a pair of their
