@@ -163,7 +163,9 @@ BOOL Blit(HDC dest, int x, int y, int width, int height, HDC src, int sx, int sy
     }
 
     const int bpp = ds.bpp;
-    const uint32_t mask = bpp == 32 ? 0xFFFFFFFFu : ((1u << bpp) - 1u);
+    // The unused top byte of 32-bit pixels is no colour: operations keep it.
+    const uint32_t mask = bpp == 32 ? 0x00FFFFFFu : ((1u << bpp) - 1u);
+    const uint32_t keep = bpp == 32 ? 0xFF000000u : 0u;
     const uint32_t pattern = GdiColourToRaw(ds, d->brushColour);
     const GdiRopFn fn = GdiRopFunction(rop8);
     const bool plainCopy = rop8 == 0xCC && SameTable(ss, ds) && bpp >= 8;
@@ -198,7 +200,7 @@ BOOL Blit(HDC dest, int x, int y, int width, int height, HDC src, int sx, int sy
             LONG xd = LONG(col0 + c);
             uint32_t sv = usesSource ? (*convert)(GdiGetRaw(sline, scol, ss.bpp)) : 0;
             uint32_t dv = GdiGetRaw(drow, xd, bpp);
-            GdiPutRaw(drow, xd, bpp, fn(pattern, sv, dv) & mask);
+            GdiPutRaw(drow, xd, bpp, (fn(pattern, sv, dv) & mask) | (dv & keep));
         }
     }
     if (convert) {

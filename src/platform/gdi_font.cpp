@@ -5,13 +5,15 @@
 // the generic "sans-serif" family at the weight asked for (with the Debian
 // fonts, DejaVu Sans Bold for "TACOMA" at weight 600). When the file found
 // is lighter than the weight asked for, glyphs are emboldened. Each font
-// holds its own FreeType instance, whose memory goes through PlatAlloc so
-// that allocation faults reach it; fontconfig's state is released at exit.
+// holds its own FreeType instance, so fonts can be used on any thread.
+// FreeType allocates with malloc: it drops optional tables silently when an
+// allocation fails and is not safe to fault at every one of its sites, so
+// the fault seam stops at our own objects. fontconfig's state is released
+// at exit, so that leak checkers see a clean end.
 #include "gdidc.h"
 
 #include <ft2build.h>
 #include FT_FREETYPE_H
-#include FT_MODULE_H
 #include <fontconfig/fontconfig.h>
 
 #include <climits>
@@ -22,18 +24,6 @@
 namespace {
 
 constexpr size_t kMaxFontPath = 4096;
-
-// ---- FreeType memory through the platform allocator ---------------------------
-void* FtAlloc(FT_Memory, long size) { return size > 0 ? PlatAlloc(size_t(size), false) : nullptr; }
-void FtFree(FT_Memory, void* block) { PlatFree(block); }
-void* FtRealloc(FT_Memory, long current, long size, void* block) {
-    void* next = size > 0 ? PlatAlloc(size_t(size), false) : nullptr;
-    if (!next) return nullptr;  // FreeType keeps the old block on failure
-    if (block) std::memcpy(next, block, size_t(current < size ? current : size));
-    PlatFree(block);
-    return next;
-}
-FT_MemoryRec_ g_ftMemory = {nullptr, FtAlloc, FtFree, FtRealloc};
 
 // ---- fontconfig ------------------------------------------------------------------
 std::mutex g_fcMutex;
@@ -138,14 +128,13 @@ bool GdiFontLoad(GdiFont* font, const LOGFONTW* lf) {
         return false;
     }
     FT_Library library = nullptr;
-    if (FT_New_Library(&g_ftMemory, &library)) {
+    if (FT_Init_FreeType(&library)) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return false;
     }
-    FT_Add_Default_Modules(library);
     FT_Face face = nullptr;
     if (FT_New_Face(library, match.path, match.index, &face)) {
-        FT_Done_Library(library);
+        FT_Done_FreeType(library);
         SetLastError(ERROR_FILE_NOT_FOUND);
         return false;
     }
@@ -157,7 +146,7 @@ bool GdiFontLoad(GdiFont* font, const LOGFONTW* lf) {
     request.height = FT_Long(height == 0 ? 16 : (height < 0 ? -height : height)) * 64;
     if (!FT_IS_SCALABLE(face) || FT_Request_Size(face, &request)) {
         FT_Done_Face(face);
-        FT_Done_Library(library);
+        FT_Done_FreeType(library);
         SetLastError(ERROR_INVALID_PARAMETER);
         return false;
     }
@@ -175,7 +164,7 @@ bool GdiFontLoad(GdiFont* font, const LOGFONTW* lf) {
 
 void GdiFontUnload(GdiFont* font) {
     if (font->face) FT_Done_Face(font->face);
-    if (font->library) FT_Done_Library(font->library);
+    if (font->library) FT_Done_FreeType(font->library);
     font->face = nullptr;
     font->library = nullptr;
 }

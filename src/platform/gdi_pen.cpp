@@ -11,6 +11,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -92,6 +93,14 @@ struct LineDrawer {
         if (dx == 0 && dy == 0) {
             Plot(x0, y0);
             return;
+        }
+        // Always from the lower end of the major axis, so that a segment
+        // drawn backwards hits the same pixels.
+        if ((xMajor ? dx : dy) < 0) {
+            std::swap(x0, x1);
+            std::swap(y0, y1);
+            dx = -dx;
+            dy = -dy;
         }
         // Walk the major axis only across the surface and the tip's reach.
         int64_t a0 = xMajor ? x0 : y0, a1 = xMajor ? x1 : y1;
