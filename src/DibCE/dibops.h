@@ -11,7 +11,55 @@
 extern "C" {
 #endif
 
-/* ---- point operations, histogram, rank filter, despeckle ---------------- */
+/* ---- point operations (dib_point.cpp) -----------------------------------
+ * Each pixel gets a new value from its old value alone; the colour table is
+ * never consulted. Brightness, contrast and inversion work at 1, 4 and 8 bits
+ * and clamp to 0 .. DibNumColors - 1; gamma correction works at 8 bits only
+ * (5 for another depth). */
+DWORD DibBrightness(HDIB hdib, LONG brightness);
+/* contrast: gain (contrast + 255) / 255 in 16.16; offset: added afterwards. */
+DWORD DibContrast(HDIB hdib, LONG contrast, LONG offset);
+DWORD DibInvert(HDIB hdib);
+/* gamma is the exponent itself: above 1 darkens the mid-tones. */
+DWORD DibGammaCorrection(HDIB hdib, double gamma);
+
+#define DIB_BRIGHTNESS_LIMIT 255 /* tovBrightness: -255 .. 255 */
+#define DIB_CONTRAST_LIMIT 255   /* tovContrast: -255 .. 255 */
+#define DIB_GAMMA_MIN 0.1
+#define DIB_GAMMA_MAX 10.0
+
+/* ---- histogram (dib_histogram.cpp) --------------------------------------
+ * 8-bit bitmaps only. */
+#define DIB_HISTOGRAM_LEVELS 256
+#define DIB_STRETCH_LEVEL_MAX 255   /* mode 0: black and white points */
+#define DIB_STRETCH_PERCENT_MAX 100 /* mode 1: cut-offs at each end */
+#define DIB_STRETCH_DEFAULT_PERCENT 2
+
+/* Adds each pixel of an 8-bit bitmap to counters[DIB_HISTOGRAM_LEVELS];
+ * padding bytes are not counted and the table is not cleared. 5 for a bad
+ * handle or another depth, 7 for NULL counters. */
+DWORD DibHistogram(HDIB hdib, DWORD* counters);
+/* The first level from the dark end (from the light end) at which the
+ * running sum of counters exceeds count; 255 (0) when none does. */
+DWORD DibHistogramBlackValue(const DWORD* counters, LONG count);
+DWORD DibHistogramWhiteValue(const DWORD* counters, LONG count);
+/* mode 0: low and high are the black and white points (0 .. 255);
+ * mode 1: percentages of the pixels cut off at the dark and light ends. */
+DWORD DibHistogramStretchEx(HDIB hdib, LONG low, LONG high, DWORD mode);
+/* The fixed stretch: mode 1 with 2 percent at each end. */
+DWORD DibHistogramStretch(HDIB hdib);
+
+/* ---- rank filter and despeckle (dib_rank.cpp) ---------------------------
+ * 3x3 windows at 1, 4 and 8 bits, read from a private copy; the outermost
+ * rows and columns are left as they were. */
+#define DIB_RANK_MAX 8                  /* 0 minimum, 4 median, 8 maximum */
+#define DIB_DESPECKLE_THRESHOLD_MAX 9   /* tovDespeckle */
+#define DIB_DESPECKLE_BACKGROUND_MAX 255
+
+DWORD DibRankFilter(HDIB hdib, DWORD rank);
+/* A pixel other than background with fewer than threshold neighbours other
+ * than background becomes background. */
+DWORD DibDespeckle(HDIB hdib, DWORD threshold, DWORD background);
 
 /* ---- convolution family (dib_convolve.cpp) ------------------------------
  * 8-bit bitmaps only. Kernels are rows x cols signed weights, row-major,

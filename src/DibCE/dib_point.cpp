@@ -1,0 +1,246 @@
+/*
+ * Point operations: brightness, contrast, inversion, gamma correction.
+ *
+ * Each builds the new value of every possible old value once per call and
+ * then maps the rows through that table. At 1 and 4 bits whole bytes are
+ * mapped at once; only a table whose values do not fit the pixel (a colour
+ * count above the depth's) goes pixel by pixel through the bitmap's own
+ * write routine, whose overflow into neighbouring pixels is then part of
+ * the result.
+ */
+#include <math.h>
+#include <string.h>
+
+#include "dibkernels.h"
+#include "dibops.h"
+
+#if defined(__x86_64__) && defined(__GNUC__)
+#include <immintrin.h>
+#define DIB_HAVE_VBMI_PATH 1
+#endif
+
+/* ---- the 8-bit table kernel ------------------------------------------------ */
+
+extern "C" void DibTableRow8Portable(const BYTE* table, BYTE* row, size_t n) {
+    size_t i = 0;
+    // Eight pixels a load and a store: the lookups are independent.
+    for (; i + 8 <= n; i += 8) {
+        uint64_t v;
+        memcpy(&v, row + i, 8);
+        uint64_t r = 0;
+        for (int k = 0; k < 8; ++k) r |= (uint64_t)table[(v >> (8 * k)) & 0xFF] << (8 * k);
+        memcpy(row + i, &r, 8);
+    }
+    for (; i < n; ++i) row[i] = table[row[i]];
+}
+
+#ifdef DIB_HAVE_VBMI_PATH
+// Two 128-entry byte permutes cover the table; bit 7 of the pixel picks one.
+__attribute__((target("avx512f,avx512bw,avx512vbmi")))
+static void TableRow8Vbmi(const BYTE* table, BYTE* row, size_t n) {
+    const __m512i t0 = _mm512_loadu_si512(table);
+    const __m512i t1 = _mm512_loadu_si512(table + 64);
+    const __m512i t2 = _mm512_loadu_si512(table + 128);
+    const __m512i t3 = _mm512_loadu_si512(table + 192);
+    size_t i = 0;
+    for (; i + 64 <= n; i += 64) {
+        __m512i v = _mm512_loadu_si512(row + i);
+        __m512i low = _mm512_permutex2var_epi8(t0, v, t1);
+        __m512i high = _mm512_permutex2var_epi8(t2, v, t3);
+        _mm512_storeu_si512(row + i, _mm512_mask_blend_epi8(_mm512_movepi8_mask(v), low, high));
+    }
+    if (i < n) {
+        __mmask64 k = ((__mmask64)1 << (n - i)) - 1;
+        __m512i v = _mm512_maskz_loadu_epi8(k, row + i);
+        __m512i low = _mm512_permutex2var_epi8(t0, v, t1);
+        __m512i high = _mm512_permutex2var_epi8(t2, v, t3);
+        _mm512_mask_storeu_epi8(row + i, k, _mm512_mask_blend_epi8(_mm512_movepi8_mask(v), low, high));
+    }
+}
+#endif
+
+extern "C" void DibTableRow8(const BYTE* table, BYTE* row, size_t n) {
+#ifdef DIB_HAVE_VBMI_PATH
+    if (__builtin_cpu_supports("avx512vbmi")) {
+        TableRow8Vbmi(table, row, n);
+        return;
+    }
+#endif
+    DibTableRow8Portable(table, row, n);
+}
+
+/* ---- mapping a bitmap through a table of new values ---------------------- */
+
+namespace {
+
+// The new value of each old value, as the write routine would receive it.
+struct PointTable {
+    DWORD value[256];
+};
+
+struct Picture {
+    BYTE** rows;
+    LONG width;
+    LONG height;
+    DWORD bitcount;
+    DWORD colors;
+};
+
+// Reads what the operations need once; 5 when the record has no rows to
+// work on, which only a failed re-creation leaves behind.
+DWORD ReadPicture(HDIB hdib, DWORD bitcount, Picture* pic) {
+    pic->rows = hdib->ppRow;
+    pic->width = DibWidth(hdib);
+    pic->height = DibHeight(hdib);
+    pic->bitcount = bitcount;
+    pic->colors = DibNumColors(hdib);
+    if (pic->width > 0 && pic->height > 0 && (!pic->rows || !hdib->pBits)) {
+        DebugError(u"   !ppRow == NULL:Error\r\n");
+        return DibErrorInvalidDIB;
+    }
+    return DibOk;
+}
+
+void MapPixelByPixel(HDIB hdib, const Picture& pic, const PointTable& t, const DibPixelIO& io) {
+    for (LONG y = 0; y < pic.height; ++y)
+        for (LONG x = 0; x < pic.width; ++x) io.set(hdib, x, y, t.value[io.get(hdib, x, y)]);
+}
+
+// Maps every pixel; padding bits and bytes at the row ends stay.
+void MapPixels(HDIB hdib, const Picture& pic, const PointTable& t, const DibPixelIO& io) {
+    if (pic.width <= 0 || pic.height <= 0) return;
+    const DWORD levels = 1u << pic.bitcount;
+    BYTE bytes[256];
+    if (pic.bitcount == 8) {
+        for (int v = 0; v < 256; ++v) bytes[v] = (BYTE)t.value[v];
+    } else {
+        for (DWORD v = 0; v < levels; ++v) {
+            if (t.value[v] >= levels) {
+                MapPixelByPixel(hdib, pic, t, io);
+                return;
+            }
+        }
+        // A table of whole bytes: two pixels or eight at once.
+        const int per = 8 / (int)pic.bitcount;
+        for (int b = 0; b < 256; ++b) {
+            DWORD r = 0;
+            for (int k = 0; k < per; ++k) {
+                int shift = k * (int)pic.bitcount;
+                r |= t.value[(b >> shift) & (levels - 1)] << shift;
+            }
+            bytes[b] = (BYTE)r;
+        }
+    }
+    const size_t width = (size_t)pic.width;
+    const size_t full = width * pic.bitcount / 8;
+    const DWORD rest = (DWORD)(width * pic.bitcount % 8); // bits of a last, partial byte
+    const BYTE restMask = (BYTE)(0xFF00u >> rest);        // its leftmost pixels
+    for (LONG y = 0; y < pic.height; ++y) {
+        BYTE* row = pic.rows[y];
+        DibTableRow8(bytes, row, full);
+        if (rest) row[full] = (BYTE)((row[full] & ~restMask) | (bytes[row[full]] & restMask));
+    }
+}
+
+// Entry checks of the three operations that use pixel access.
+DWORD StartPixelOperation(HDIB hdib, DibPixelIO* io, Picture* pic) {
+    if (DibIsValid(hdib) == DibErrorInvalidDIB) return DibErrorInvalidDIB;
+    DWORD bitcount = DibBitCount(hdib);
+    if (DibRegisterPixelIO(bitcount, io) != DibOk) return DibErrorInvalidDIB;
+    return ReadPicture(hdib, bitcount, pic);
+}
+
+DWORD Clamp(int64_t value, DWORD colors) {
+    if (value >= (int64_t)colors) value = (int64_t)colors - 1;
+    if (value < 0) value = 0;
+    return (DWORD)value;
+}
+
+// The 16.16 gain of a contrast, in single precision as the filter has always
+// computed it: 1/255 as the float 0x3B808081, each product rounded to float.
+LONG ContrastGain(LONG contrast) {
+    float scaled = (float)((int64_t)contrast + 255) * 0.003921569f;
+    float gain = scaled * 65536.0f;
+    if (gain >= 2147483648.0f) return 0x7FFFFFFF;
+    if (gain < -2147483648.0f) return (LONG)0x80000000;
+    return (LONG)gain;
+}
+
+}  // namespace
+
+/* ---- the operations ---------------------------------------------------------- */
+
+extern "C" DWORD DibBrightness(HDIB hdib, LONG brightness) {
+    DebugTrace(DIB_LEVEL_OP, u">DibBrightness(%lld,%d)\r\n", TRACE_PTR(hdib), brightness);
+    DibPixelIO io;
+    Picture pic;
+    DWORD result = StartPixelOperation(hdib, &io, &pic);
+    if (result != DibOk) return result;
+    PointTable t;
+    for (DWORD v = 0; v < 256; ++v) t.value[v] = Clamp((int64_t)v + brightness, pic.colors);
+    MapPixels(hdib, pic, t, io);
+    DebugTrace(DIB_LEVEL_OP, u"<DibBrightness()=DibOk\r\n");
+    return DibOk;
+}
+
+extern "C" DWORD DibContrast(HDIB hdib, LONG contrast, LONG offset) {
+    DebugTrace(DIB_LEVEL_FRAME, u">DibContrast(%lld,%d)\r\n", TRACE_PTR(hdib), contrast);
+    DibPixelIO io;
+    Picture pic;
+    DWORD result = StartPixelOperation(hdib, &io, &pic);
+    if (result != DibOk) return result;
+    const LONG contrastadj = ContrastGain(contrast);
+    DebugTrace(DIB_LEVEL_OP, u">DibContrast():contrastadj=%d\r\n", contrastadj);
+    PointTable t;
+    for (DWORD v = 0; v < 256; ++v) {
+        // The shift drops the fraction: it rounds down, also below zero.
+        int64_t scaled = ((int64_t)v * contrastadj) >> 16;
+        t.value[v] = Clamp((int64_t)offset + scaled, pic.colors);
+    }
+    MapPixels(hdib, pic, t, io);
+    DebugTrace(DIB_LEVEL_FRAME, u"<DibContrast()=DibOk\r\n");
+    return DibOk;
+}
+
+extern "C" DWORD DibInvert(HDIB hdib) {
+    DebugTrace(DIB_LEVEL_OP, u">DibInvert(%lld)\r\n", TRACE_PTR(hdib));
+    DibPixelIO io;
+    Picture pic;
+    DWORD result = StartPixelOperation(hdib, &io, &pic);
+    if (result != DibOk) return result;
+    PointTable t;
+    // Unsigned on purpose: a pixel beyond a short colour table wraps round.
+    for (DWORD v = 0; v < 256; ++v) t.value[v] = pic.colors - v - 1;
+    MapPixels(hdib, pic, t, io);
+    DebugTrace(DIB_LEVEL_OP, u"<DibInvert()=DibOk\r\n");
+    return DibOk;
+}
+
+extern "C" DWORD DibGammaCorrection(HDIB hdib, double gamma) {
+    DebugTrace(DIB_LEVEL_OP, u">DibGammaCorrection(%lld,%.2f)\r\n", TRACE_PTR(hdib), gamma);
+    if (DibIsValid(hdib) == DibErrorInvalidDIB) return DibErrorInvalidDIB;
+    const DWORD bitcount = DibBitCount(hdib);
+    if (bitcount != 8) {
+        // One byte is one pixel only at 8 bits.
+        DebugError(u"   !DibGammaCorrection():DibBitCount=%d:Error\r\n", (int)bitcount);
+        return DibErrorInvalidDIB;
+    }
+    Picture pic;
+    DWORD result = ReadPicture(hdib, bitcount, &pic);
+    if (result != DibOk) return result;
+    BYTE table[256];
+    if (gamma == 1.0) {
+        for (int x = 0; x < 256; ++x) table[x] = (BYTE)x;
+    } else {
+        table[0] = 0;
+        const double k = pow(255.0, 1.0 - gamma);
+        for (int x = 1; x < 256; ++x) {
+            double v = pow((double)x, gamma) * k + 0.5;
+            table[x] = (v <= 255.0) ? (BYTE)(DWORD)v : 255; // also catches NaN
+        }
+    }
+    if (pic.width > 0)
+        for (LONG y = 0; y < pic.height; ++y) DibTableRow8(table, pic.rows[y], (size_t)pic.width);
+    DebugTrace(DIB_LEVEL_OP, u"<DibGammaCorrection()=DibOk\r\n");
+    return DibOk;
+}

@@ -1,0 +1,41 @@
+/*
+ * The unchecked row kernels behind the point, histogram and neighbourhood
+ * operations. The operations check and set up; these run the pixel loops.
+ * Tests and benchmarks call them directly to compare the code paths.
+ */
+#ifndef TOVREL_DIBKERNELS_H
+#define TOVREL_DIBKERNELS_H
+
+#include <stddef.h>
+#include <tovrel/platform.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* row[i] = table[row[i]] for i < n, by the fastest way this processor has
+ * (dib_point.cpp). */
+void DibTableRow8(const BYTE* table, BYTE* row, size_t n);
+/* The same in plain code, for every processor. */
+void DibTableRow8Portable(const BYTE* table, BYTE* row, size_t n);
+
+/* Adds the first width bytes of each of the height rows to counters[256]
+ * (dib_histogram.cpp). */
+void DibCountRows8(BYTE* const* rows, size_t height, size_t width, DWORD* counters);
+
+/* 3x3 windows over three rows of one byte a pixel (dib_rank.cpp). Each row
+ * holds n + 2 values; out[i] gets the result for the window centred on
+ * column i + 1. out must not overlap the rows. */
+void DibRankRow8(const BYTE* above, const BYTE* middle, const BYTE* below,
+                 BYTE* out, size_t n, DWORD rank);
+/* out[i] = background when middle[i + 1] is not background and fewer than
+ * threshold of its eight neighbours are not background; middle[i + 1]
+ * otherwise. */
+void DibDespeckleRow8(const BYTE* above, const BYTE* middle, const BYTE* below,
+                      BYTE* out, size_t n, BYTE background, DWORD threshold);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
