@@ -29,8 +29,27 @@ DWORD tovPrepareFileName(const WCHAR* filename, const WCHAR* extension, WCHAR* b
 /* The one recursive global lock of the camera and profile state. */
 CRITICAL_SECTION* tovGlobalLock(void);
 
-/* Library load and unload. */
+/* Library load and unload: reason 1 creates the lock, reason 0 closes an
+ * open camera session and deletes the lock. Always TRUE. */
 BOOL DllMain(HINSTANCE instance, DWORD reason, void* reserved);
+
+/* The camera layer hands in how its open session is closed, so that
+ * unloading ends a session before the lock goes. The closer's result (9
+ * when no session is open) is ignored. NULL removes it. */
+typedef DWORD (*TovSessionCloser)(void);
+void tovRegisterSessionCloser(TovSessionCloser closer);
+
+/* For states the code around it has made impossible: the line goes to the
+ * kernel's debug stream, then the process stops at a debugger break. Not
+ * tied to the trace settings. */
+#define ASSERT(cond)                                                          \
+    do {                                                                      \
+        if (!(cond)) {                                                        \
+            NKDbgPrintfW(u"ASSERT failed in file %s at line %d \r\n",          \
+                         u"" __FILE__, __LINE__);                             \
+            PlatDebugBreak();                                                 \
+        }                                                                     \
+    } while (0)
 
 #ifdef __cplusplus
 }
