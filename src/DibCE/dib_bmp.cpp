@@ -37,7 +37,7 @@ Layout CheckLayout(const BITMAPFILEHEADER& fh, const BITMAPINFO* info, int64_t f
     const BITMAPINFOHEADER& h = info->bmiHeader;
     if (h.biSize != DIB_HEADER_BYTES) return kLayoutBad;
     if (h.biWidth <= 0 || h.biHeight <= 0 || h.biWidth > DIB_MAX_DIMENSION ||
-        h.biHeight > DIB_MAX_DIMENSION || h.biBitCount == 0 || h.biBitCount > 32)
+        h.biHeight > DIB_MAX_DIMENSION || !DibDepthKnown(h.biBitCount))
         return kLayoutBad;
     // Run-length and other compressed layouts are not read; bit fields only
     // as the section takes them.

@@ -63,7 +63,7 @@ bool HeaderAcceptable(const BITMAPINFO* info) {
     const BITMAPINFOHEADER& h = info->bmiHeader;
     if (h.biSize != DIB_HEADER_BYTES) return false;
     if (h.biWidth <= 0 || h.biHeight <= 0 || h.biWidth > DIB_MAX_DIMENSION ||
-        h.biHeight > DIB_MAX_DIMENSION || h.biBitCount > 32)
+        h.biHeight > DIB_MAX_DIMENSION || !DibDepthKnown(h.biBitCount))
         return false;
     int64_t store = DibRowBytes(h.biWidth, h.biBitCount) * h.biHeight;
     if (store > DIB_MAX_BITS_BYTES || int64_t(h.biSizeImage) > DIB_MAX_BITS_BYTES) return false;
@@ -143,6 +143,13 @@ BITMAPINFO* InfoBlockOf(DibRecord* r, LONG width, LONG height) {
 }  // namespace
 
 extern "C" {
+
+BOOL DibDepthKnown(DWORD bitcount) {
+    switch (bitcount) {
+    case 1: case 4: case 8: case 16: case 24: case 32: return TRUE;
+    default: return FALSE;
+    }
+}
 
 int64_t DibRowBytes(int64_t width, int64_t bitcount) {
     if (width < 0 || bitcount < 0) return -1;

@@ -72,6 +72,10 @@ LONG DibLiveCount(void);
  * in 64 bits; -1 for a negative width or depth. */
 int64_t DibRowBytes(int64_t width, int64_t bitcount);
 
+/* Depths a record can have: 1, 4 and 8 bits with colours, 16, 24 and 32
+ * only with a colour table given (biClrUsed). */
+BOOL DibDepthKnown(DWORD bitcount);
+
 /* A failed re-creation leaves the record alive but empty: no bitmap, no
  * tables, width, height, depth and colours 0. It stays valid, so that it can
  * be re-created or unloaded; operations see a bitmap of no pixels and depth
