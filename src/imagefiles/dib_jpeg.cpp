@@ -1,0 +1,296 @@
+// JPEG files through libjpeg (interface 62): baseline grey files out, any
+// 8-bit file that libjpeg can reduce to grey in.
+//
+// Contents: the error manager (error_exit jumps back to the call), a source
+// and a destination manager over the platform's file handles, DibJPGSave,
+// DibJPGLoad.
+//
+// libjpeg leaves through longjmp on every error. The functions below keep no
+// object with a destructor alive across the jump, and every local that
+// changes after setjmp and is read on the way out is volatile.
+#include "imagefiles.h"
+
+#include <csetjmp>
+#include <cstdio>  // jpeglib.h needs FILE and size_t declared first
+#include <cstring>
+#include <jerror.h>
+#include <jpeglib.h>
+
+namespace {
+
+constexpr DWORD kJpegIoBytes = 16384;  // one ReadFile or WriteFile of libjpeg's data
+
+// The error manager of one call, followed by its jump buffer.
+struct DibJPGErrorManager {
+    struct jpeg_error_mgr pub;
+    jmp_buf jump;
+};
+
+void DibJPGErrorExit(j_common_ptr cinfo) {
+    longjmp(reinterpret_cast<DibJPGErrorManager*>(cinfo->err)->jump, 1);
+}
+
+// Messages go to the trace, never to standard error.
+void DibJPGOutputMessage(j_common_ptr cinfo) {
+    char text[JMSG_LENGTH_MAX];
+    cinfo->err->format_message(cinfo, text);
+    DebugTrace(DIB_LEVEL_OP, u"   ?libjpeg:%hs\r\n", text);
+}
+
+// libjpeg reports a file that ends early only as a warning and pads the
+// picture with grey; here that is a failure like any other damage that stops
+// the decoder. Other warnings (extra bytes before a marker and the like) are
+// traced and the picture is kept.
+void DibJPGEmitMessage(j_common_ptr cinfo, int level) {
+    if (level >= 0) return;
+    if (cinfo->err->msg_code == JWRN_JPEG_EOF) cinfo->err->error_exit(cinfo);
+    if (cinfo->err->num_warnings++ == 0) cinfo->err->output_message(cinfo);
+}
+
+void SetUpErrors(DibJPGErrorManager* err) {
+    jpeg_std_error(&err->pub);
+    err->pub.error_exit = DibJPGErrorExit;
+    err->pub.emit_message = DibJPGEmitMessage;
+    err->pub.output_message = DibJPGOutputMessage;
+}
+
+// ---- source manager ---------------------------------------------------------
+
+struct DibJPGSource {
+    struct jpeg_source_mgr pub;
+    HANDLE file;
+    JOCTET buffer[kJpegIoBytes];
+};
+
+void SourceInit(j_decompress_ptr) {}
+void SourceTerm(j_decompress_ptr) {}
+
+// The end of the file inside the picture is an error (see DibJPGEmitMessage).
+boolean SourceFill(j_decompress_ptr cinfo) {
+    auto* src = reinterpret_cast<DibJPGSource*>(cinfo->src);
+    DWORD got = 0;
+    if (!ReadFile(src->file, src->buffer, kJpegIoBytes, &got, nullptr) || got == 0)
+        ERREXIT(cinfo, JERR_INPUT_EOF);
+    src->pub.next_input_byte = src->buffer;
+    src->pub.bytes_in_buffer = got;
+    return TRUE;
+}
+
+void SourceSkip(j_decompress_ptr cinfo, long count) {
+    if (count <= 0) return;
+    struct jpeg_source_mgr* src = cinfo->src;
+    while (size_t(count) > src->bytes_in_buffer) {
+        count -= long(src->bytes_in_buffer);
+        SourceFill(cinfo);
+    }
+    src->next_input_byte += count;
+    src->bytes_in_buffer -= size_t(count);
+}
+
+void UseSource(j_decompress_ptr cinfo, DibJPGSource* src, HANDLE file) {
+    src->pub.init_source = SourceInit;
+    src->pub.fill_input_buffer = SourceFill;
+    src->pub.skip_input_data = SourceSkip;
+    src->pub.resync_to_restart = jpeg_resync_to_restart;
+    src->pub.term_source = SourceTerm;
+    src->pub.next_input_byte = nullptr;
+    src->pub.bytes_in_buffer = 0;
+    src->file = file;
+    cinfo->src = &src->pub;
+}
+
+// ---- destination manager ----------------------------------------------------
+
+struct DibJPGDestination {
+    struct jpeg_destination_mgr pub;
+    HANDLE file;
+    JOCTET buffer[kJpegIoBytes];
+};
+
+void DestinationInit(j_compress_ptr cinfo) {
+    auto* dest = reinterpret_cast<DibJPGDestination*>(cinfo->dest);
+    dest->pub.next_output_byte = dest->buffer;
+    dest->pub.free_in_buffer = kJpegIoBytes;
+}
+
+void WriteAll(j_compress_ptr cinfo, const JOCTET* data, DWORD bytes) {
+    auto* dest = reinterpret_cast<DibJPGDestination*>(cinfo->dest);
+    DWORD written = 0;
+    if (!WriteFile(dest->file, data, bytes, &written, nullptr) || written != bytes)
+        ERREXIT(cinfo, JERR_FILE_WRITE);
+}
+
+// libjpeg calls this with a full buffer, whatever free_in_buffer says.
+boolean DestinationEmpty(j_compress_ptr cinfo) {
+    auto* dest = reinterpret_cast<DibJPGDestination*>(cinfo->dest);
+    WriteAll(cinfo, dest->buffer, kJpegIoBytes);
+    dest->pub.next_output_byte = dest->buffer;
+    dest->pub.free_in_buffer = kJpegIoBytes;
+    return TRUE;
+}
+
+void DestinationTerm(j_compress_ptr cinfo) {
+    auto* dest = reinterpret_cast<DibJPGDestination*>(cinfo->dest);
+    DWORD bytes = DWORD(kJpegIoBytes - dest->pub.free_in_buffer);
+    if (bytes) WriteAll(cinfo, dest->buffer, bytes);
+}
+
+void UseDestination(j_compress_ptr cinfo, DibJPGDestination* dest, HANDLE file) {
+    dest->pub.init_destination = DestinationInit;
+    dest->pub.empty_output_buffer = DestinationEmpty;
+    dest->pub.term_destination = DestinationTerm;
+    dest->file = file;
+    cinfo->dest = &dest->pub;
+}
+
+}  // namespace
+
+extern "C" {
+
+DWORD DibJPGSave(const WCHAR* filename, DWORD quality, HDIB hdib) {
+    DebugTrace(DIB_LEVEL_OP, u">DibJPGSave(%s, %d, %lld)\r\n", filename, quality, TRACE_PTR(hdib));
+    if (DibIsValid(hdib) || !DibHasBitmap(hdib)) return DibErrorInvalidDIB;
+    if (!filename) {
+        DebugError(u"<DibJPGSave()=DibErrorInvalidParm\r\n");
+        return DibErrorInvalidParm;
+    }
+
+    // libjpeg takes one grey byte a pixel: anything else goes through an
+    // 8-bit temporary, and the caller's bitmap is left as it is.
+    HDIB temp = nullptr;
+    if (DibBitCount(hdib) != 8 || DibNumColors(hdib) != 256) {
+        DebugTrace(DIB_LEVEL_OP, u"   >DibBitCount(hdib)!=8\r\n");
+        temp = DibCreateCopy(hdib);
+        if (!temp) {
+            DebugError(u"<DibJPGSave()=DibErrorUnknown (DibCreateCopy)\r\n");
+            return DibErrorUnknown;
+        }
+        if (DibConvert(temp, 8) != DibOk) {
+            DebugError(u"<DibJPGSave()=DibErrorUnknown (DibConvert)\r\n");
+            DibUnload(temp);
+            return DibErrorUnknown;
+        }
+    }
+    HDIB const source = temp ? temp : hdib;
+
+    struct jpeg_compress_struct cinfo;
+    DibJPGErrorManager err;
+    DibJPGDestination dest;
+    HANDLE volatile file = INVALID_HANDLE_VALUE;
+    std::memset(&cinfo, 0, sizeof cinfo);  // so that a destroy after an early jump is harmless
+    SetUpErrors(&err);
+    cinfo.err = &err.pub;
+    if (setjmp(err.jump)) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=%d (error)\r\n", err.pub.msg_code);
+        jpeg_destroy_compress(&cinfo);
+        if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+        if (temp) DibUnload(temp);
+        return DibErrorUnknown;
+    }
+    jpeg_create_compress(&cinfo);
+
+    file = CreateFileW(filename, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=DibErrorFileCreation\r\n");
+        jpeg_destroy_compress(&cinfo);
+        if (temp) DibUnload(temp);
+        return DibErrorFileCreation;
+    }
+    UseDestination(&cinfo, &dest, file);
+
+    LONG width = DibWidth(source), height = DibHeight(source);
+    cinfo.image_width = JDIMENSION(width);
+    cinfo.image_height = JDIMENSION(height);
+    cinfo.input_components = 1;
+    cinfo.in_color_space = JCS_GRAYSCALE;
+    jpeg_set_defaults(&cinfo);
+    jpeg_set_quality(&cinfo, int(quality > DIB_JPG_MAX_QUALITY ? DIB_JPG_MAX_QUALITY : quality), TRUE);
+    jpeg_start_compress(&cinfo, TRUE);
+    // Row bytes are samples: the colour table plays no part.
+    for (LONG y = 0; y < height; ++y) jpeg_write_scanlines(&cinfo, &source->ppRow[y], 1);
+    jpeg_finish_compress(&cinfo);
+
+    HANDLE done = file;
+    file = INVALID_HANDLE_VALUE;
+    DWORD result = DibOk;
+    if (!CloseHandle(done)) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=DibErrorFileCreation\r\n");
+        result = DibErrorFileCreation;
+    }
+    jpeg_destroy_compress(&cinfo);
+    if (temp) DibUnload(temp);
+    if (result == DibOk) DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=DibOK\r\n");
+    return result;
+}
+
+HDIB DibJPGLoad(const WCHAR* filename) {
+    DebugTrace(DIB_LEVEL_OP, u">DibJPGLoad(%s)\r\n", filename);
+    HANDLE const file = filename ? CreateFileW(filename, GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)
+                                 : INVALID_HANDLE_VALUE;
+    if (file == INVALID_HANDLE_VALUE) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibJPGLoad()=NULL (CreateFile)\r\n");
+        return nullptr;
+    }
+
+    struct jpeg_decompress_struct cinfo;
+    DibJPGErrorManager err;
+    DibJPGSource src;
+    BITMAPINFO* volatile pbmi = nullptr;
+    HDIB volatile hdib = nullptr;
+    std::memset(&cinfo, 0, sizeof cinfo);
+    SetUpErrors(&err);
+    cinfo.err = &err.pub;
+    if (setjmp(err.jump)) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibJPGLoad()=NULL (Error=%d)\r\n", err.pub.msg_code);
+        if (pbmi) LocalFree(pbmi);
+        if (hdib) DibUnload(hdib);
+        jpeg_destroy_decompress(&cinfo);
+        CloseHandle(file);
+        return nullptr;
+    }
+    jpeg_create_decompress(&cinfo);
+    UseSource(&cinfo, &src, file);
+    jpeg_read_header(&cinfo, TRUE);
+    // One byte a pixel: colour files come out as their luminance; what
+    // libjpeg cannot reduce to grey (CMYK) fails in jpeg_start_decompress.
+    cinfo.out_color_space = JCS_GRAYSCALE;
+
+    pbmi = DibGreyInfoBlock(LONG(cinfo.image_width), LONG(cinfo.image_height), 8);
+    if (!pbmi) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibJPGLoad()=NULL (LocalAlloc)\r\n");
+        jpeg_destroy_decompress(&cinfo);
+        CloseHandle(file);
+        return nullptr;
+    }
+    // The bitmap core refuses sizes beyond its limits before anything large
+    // is allocated, by us or by libjpeg.
+    hdib = DibCreateFromBitmapInfo(pbmi);
+    LocalFree(pbmi);
+    pbmi = nullptr;
+    if (!hdib) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibJPGLoad()=NULL (DibCreateFromBitmapInfo)\r\n");
+        jpeg_destroy_decompress(&cinfo);
+        CloseHandle(file);
+        return nullptr;
+    }
+    jpeg_start_decompress(&cinfo);
+    if (cinfo.output_components != 1 || cinfo.output_width != cinfo.image_width ||
+        cinfo.output_height != cinfo.image_height)
+        ERREXIT(&cinfo, JERR_CONVERSION_NOTIMPL);
+    while (cinfo.output_scanline < cinfo.output_height) {
+        // Straight into the bitmap's row; our source never suspends, so a
+        // call that delivers nothing means a broken stream.
+        if (jpeg_read_scanlines(&cinfo, &hdib->ppRow[cinfo.output_scanline], 1) != 1)
+            ERREXIT(&cinfo, JERR_INPUT_EMPTY);
+    }
+    jpeg_finish_decompress(&cinfo);
+    jpeg_destroy_decompress(&cinfo);
+    CloseHandle(file);
+    HDIB const loaded = hdib;
+    DibDump(loaded);
+    DebugTrace(DIB_LEVEL_OP, u"<DibJPGLoad()\r\n");
+    return loaded;
+}
+
+}  // extern "C"

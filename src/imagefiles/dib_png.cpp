@@ -1,0 +1,264 @@
+// PNG files through libpng 1.6: grey files of the bitmap's own depth out,
+// grey and palette files of 1, 4 and 8 bits in, rows handed to libpng
+// straight from and into the pixel store (PNG packs small samples the way a
+// DIB does, leftmost pixel in the high bits).
+//
+// Contents: libpng's error, memory and I/O callbacks, DibPNGSave, DibPNGLoad.
+//
+// All libpng state of a call lives on that call's stack, with the jump buffer
+// inside libpng's own structure: saves and loads on different threads share
+// nothing. libpng allocates through LocalAlloc, so its memory (and zlib's)
+// is counted, can be made to fail in tests, and shows up as a leak if a path
+// forgets to destroy a structure.
+#include "imagefiles.h"
+
+#include <png.h>
+#include <zlib.h>
+
+namespace {
+
+// libpng's limit on a chunk it keeps in memory (text, profiles): the
+// pictures of this library carry nothing large besides their pixels.
+constexpr png_alloc_size_t kPngChunkMax = png_alloc_size_t(8) << 20;
+constexpr DWORD kPngIoMax = DWORD(1) << 30;
+
+png_voidp PngAlloc(png_structp, png_alloc_size_t bytes) {
+    return LocalAlloc(LMEM_FIXED, size_t(bytes));
+}
+
+void PngFree(png_structp, png_voidp memory) {
+    if (memory) LocalFree(memory);
+}
+
+// Errors jump back to the setjmp of the call through the jump buffer in
+// png_ptr. Messages go to the trace, never to standard error.
+void PngError(png_structp png, png_const_charp message) {
+    DebugTrace(DIB_LEVEL_OP, u"   !libpng:%hs\r\n", message);
+    png_longjmp(png, 1);
+}
+
+void PngWarning(png_structp, png_const_charp message) {
+    DebugTrace(DIB_LEVEL_OP, u"   ?libpng:%hs\r\n", message);
+}
+
+void PngWrite(png_structp png, png_bytep data, size_t length) {
+    HANDLE file = static_cast<HANDLE>(png_get_io_ptr(png));
+    while (length) {
+        DWORD chunk = length > kPngIoMax ? kPngIoMax : DWORD(length);
+        DWORD written = 0;
+        if (!WriteFile(file, data, chunk, &written, nullptr) || written != chunk)
+            png_error(png, "WriteFile");
+        data += chunk;
+        length -= chunk;
+    }
+}
+
+void PngFlush(png_structp) {}
+
+// A file that ends early is an error: libpng must never see fewer bytes
+// than it asked for.
+void PngRead(png_structp png, png_bytep data, size_t length) {
+    HANDLE file = static_cast<HANDLE>(png_get_io_ptr(png));
+    while (length) {
+        DWORD chunk = length > kPngIoMax ? kPngIoMax : DWORD(length);
+        DWORD got = 0;
+        if (!ReadFile(file, data, chunk, &got, nullptr) || got != chunk) png_error(png, "ReadFile");
+        data += chunk;
+        length -= chunk;
+    }
+}
+
+bool GreyDepth(int depth) { return depth == 8 || depth == 4 || depth == 1; }
+
+}  // namespace
+
+extern "C" {
+
+DWORD DibPNGSave(const WCHAR* filename, HDIB hdib) {
+    DebugTrace(DIB_LEVEL_OP, u">DibPNGSave(%s,%lld)\r\n", filename, TRACE_PTR(hdib));
+    if (DibIsValid(hdib) || !DibHasBitmap(hdib)) return DibErrorInvalidDIB;
+    LONG const width = DibWidth(hdib), height = DibHeight(hdib);
+    int const depth = DibBitCount(hdib);
+
+    DebugTrace(DIB_LEVEL_OP, u"   ?DibPNGSave():LocalAlloc:ppbRowPointers\r\n");
+    auto* const ppbRowPointers = static_cast<png_bytep*>(LocalAlloc(LPTR, size_t(height) * sizeof(png_bytep)));
+    if (!ppbRowPointers) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=DibErrorMemoryAlocation\r\n");
+        return DibErrorMemoryAlocation;
+    }
+    if (!filename) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=DibErrorInvalidParm\r\n");
+        LocalFree(ppbRowPointers);
+        return DibErrorInvalidParm;
+    }
+    // A grey PNG sample is 1, 4 or 8 bits; deeper bitmaps (from a BMP file)
+    // have no grey form here. Refused before a file is made.
+    if (!GreyDepth(depth)) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=DibErrorUnknown (bitcount)\r\n");
+        LocalFree(ppbRowPointers);
+        return DibErrorUnknown;
+    }
+    HANDLE const file = CreateFileW(filename, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=DibErrorFileCreation\r\n");
+        LocalFree(ppbRowPointers);
+        return DibErrorFileCreation;
+    }
+    png_structp png_ptr = png_create_write_struct_2(PNG_LIBPNG_VER_STRING, nullptr, PngError, PngWarning,
+                                                    nullptr, PngAlloc, PngFree);
+    if (!png_ptr) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=DibErrorUnknown (!png_ptr)\r\n");
+        CloseHandle(file);
+        LocalFree(ppbRowPointers);
+        return DibErrorUnknown;
+    }
+    png_infop info_ptr = png_create_info_struct(png_ptr);
+    if (!info_ptr) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=DibErrorUnknown (!info_ptr)\r\n");
+        CloseHandle(file);
+        png_destroy_write_struct(&png_ptr, nullptr);
+        LocalFree(ppbRowPointers);
+        return DibErrorUnknown;
+    }
+    if (setjmp(png_jmpbuf(png_ptr))) {
+        png_destroy_write_struct(&png_ptr, &info_ptr);
+        CloseHandle(file);
+        LocalFree(ppbRowPointers);
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=%d (error)\r\n", 0);
+        return DibErrorUnknown;
+    }
+    png_set_write_fn(png_ptr, file, PngWrite, PngFlush);
+    png_set_IHDR(png_ptr, info_ptr, png_uint_32(width), png_uint_32(height), depth, PNG_COLOR_TYPE_GRAY,
+                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    // zlib sets the speed of a save. Level 1 with run-length matching and
+    // libpng's own filter choice (adaptive at 8 bits, none below) writes
+    // files as small as the default level 6 on camera frames and printed
+    // pages at about 2.5 times the speed; the SUB filter alone would be
+    // faster still but about 10% larger, and these files go to flash and
+    // over slow links. bench/bench_files.cpp measures it.
+    png_set_compression_level(png_ptr, 1);
+    png_set_compression_strategy(png_ptr, Z_RLE);
+    png_write_info(png_ptr, info_ptr);
+    // Top row first, straight from the pixel store: no copy.
+    for (LONG y = 0; y < height; ++y) ppbRowPointers[y] = hdib->ppRow[y];
+    png_write_image(png_ptr, ppbRowPointers);
+    png_write_end(png_ptr, info_ptr);
+    png_destroy_write_struct(&png_ptr, &info_ptr);
+    LocalFree(ppbRowPointers);
+    if (!CloseHandle(file)) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=DibErrorFileCreation (CloseHandle)\r\n");
+        return DibErrorFileCreation;
+    }
+    DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=DibOk\r\n");
+    return DibOk;
+}
+
+HDIB DibPNGLoad(const WCHAR* filename) {
+    DebugTrace(DIB_LEVEL_OP, u">DibPNGLoad(%s)\r\n", filename);
+    HANDLE const file = filename ? CreateFileW(filename, GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)
+                                 : INVALID_HANDLE_VALUE;
+    if (file == INVALID_HANDLE_VALUE) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=DibErrorFileCreation\r\n");
+        return nullptr;
+    }
+    png_byte signature[8];
+    DWORD got = 0;
+    if (!ReadFile(file, signature, sizeof signature, &got, nullptr) || got != sizeof signature ||
+        png_sig_cmp(signature, 0, sizeof signature) != 0) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=NULL (png_check_sig)\r\n");
+        CloseHandle(file);
+        return nullptr;
+    }
+    png_structp png_ptr = png_create_read_struct_2(PNG_LIBPNG_VER_STRING, nullptr, PngError, PngWarning,
+                                                   nullptr, PngAlloc, PngFree);
+    if (!png_ptr) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=NULL (png_ptr)\r\n");
+        CloseHandle(file);
+        return nullptr;
+    }
+    png_infop info_ptr = png_create_info_struct(png_ptr);
+    if (!info_ptr) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=NULL (info_ptr)\r\n");
+        png_destroy_read_struct(&png_ptr, nullptr, nullptr);
+        CloseHandle(file);
+        return nullptr;
+    }
+    BITMAPINFO* volatile pbmi = nullptr;
+    HDIB volatile hdib = nullptr;
+    if (setjmp(png_jmpbuf(png_ptr))) {
+        // Damage found by libpng (bad CRC, bad header, no image data, a cut
+        // file), or memory it could not get.
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=NULL (libpng)\r\n");
+        if (pbmi) LocalFree(pbmi);
+        if (hdib) DibUnload(hdib);
+        png_destroy_read_struct(&png_ptr, &info_ptr, nullptr);
+        CloseHandle(file);
+        return nullptr;
+    }
+    png_set_read_fn(png_ptr, file, PngRead);
+    png_set_sig_bytes(png_ptr, 8);
+    // Sizes beyond the bitmap core's are refused by libpng while it reads
+    // the header, before anything is allocated for the picture.
+    png_set_user_limits(png_ptr, DIB_FILE_MAX_DIMENSION, DIB_FILE_MAX_DIMENSION);
+    png_set_chunk_malloc_max(png_ptr, kPngChunkMax);
+    png_read_info(png_ptr, info_ptr);
+    png_uint_32 iWidth = 0, iHeight = 0;
+    int iBitDepth = 0, iColorType = 0, iInterlace = 0;
+    png_get_IHDR(png_ptr, info_ptr, &iWidth, &iHeight, &iBitDepth, &iColorType, &iInterlace, nullptr, nullptr);
+    DebugTrace(DIB_LEVEL_OP, u"   ?iWidth=%d\r\n", int(iWidth));
+    DebugTrace(DIB_LEVEL_OP, u"   ?iHeight=%d\r\n", int(iHeight));
+    DebugTrace(DIB_LEVEL_OP, u"   ?iBitDepth=%d\r\n", iBitDepth);
+    DebugTrace(DIB_LEVEL_OP, u"   ?iColorType=%d\r\n", iColorType);
+
+    bool refused = false;
+    if (!GreyDepth(iBitDepth)) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=NULL (ibitdepth!=8,4,1)\r\n");
+        refused = true;
+    } else if (iColorType != PNG_COLOR_TYPE_GRAY && iColorType != PNG_COLOR_TYPE_PALETTE) {
+        // A row of the bitmap has room for one sample a pixel: files with
+        // colour or alpha samples are refused, never read past the row.
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=NULL (iColorType!=0,3)\r\n");
+        refused = true;
+    } else {
+        // No transformations besides de-interlacing: the samples (or the
+        // palette indices) arrive as they stand in the file.
+        png_set_interlace_handling(png_ptr);
+        png_read_update_info(png_ptr, info_ptr);
+        if (int64_t(png_get_rowbytes(png_ptr, info_ptr)) > DibRowBytes(iWidth, iBitDepth)) {
+            DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=NULL (rowbytes)\r\n");
+            refused = true;
+        }
+    }
+    if (refused) {
+        png_destroy_read_struct(&png_ptr, &info_ptr, nullptr);
+        CloseHandle(file);
+        return nullptr;
+    }
+
+    pbmi = DibGreyInfoBlock(LONG(iWidth), LONG(iHeight), DWORD(iBitDepth));
+    if (!pbmi) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=NULL (LocalAlloc:pbmi)\r\n");
+        png_destroy_read_struct(&png_ptr, &info_ptr, nullptr);
+        CloseHandle(file);
+        return nullptr;
+    }
+    hdib = DibCreateFromBitmapInfo(pbmi);
+    LocalFree(pbmi);
+    pbmi = nullptr;
+    if (!hdib) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()= NULL (DibCreateFromBitmapInfo)\r\n");
+        png_destroy_read_struct(&png_ptr, &info_ptr, nullptr);
+        CloseHandle(file);
+        return nullptr;
+    }
+    png_read_image(png_ptr, hdib->ppRow);
+    png_read_end(png_ptr, nullptr);
+    png_destroy_read_struct(&png_ptr, &info_ptr, nullptr);
+    CloseHandle(file);
+    HDIB const loaded = hdib;
+    DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=%lld\r\n", TRACE_PTR(loaded));
+    return loaded;
+}
+
+}  // extern "C"
