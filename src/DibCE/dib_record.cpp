@@ -221,7 +221,9 @@ LONG DibRowLength(HDIB hdib) {
     DebugTrace(DIB_LEVEL_ACCESSOR, u"<DibRowLength(%lld)\r\n", TRACE_PTR(hdib));
     if (DibIsValid(hdib)) return 0;
     // Width and depth are bounded at creation, so the result fits.
-    LONG length = LONG(DibRowBytes(DibWidth(hdib), DibBitCount(hdib)));
+    LONG width = DibWidth(hdib);
+    WORD bits = DibBitCount(hdib);
+    LONG length = LONG(DibRowBytes(width, bits));
     DebugTrace(DIB_LEVEL_ACCESSOR, u"<DibRowLength()=%d\r\n", length);
     return length;
 }
@@ -251,7 +253,8 @@ DWORD DibInfoSize(HDIB hdib) { return DibHeaderSize(hdib) + DibPaletteSize(hdib)
 DWORD DibBitsSize(HDIB hdib) {
     if (DibIsValid(hdib)) return 0;
     if (hdib->ds.dsBmih.biSizeImage) return hdib->ds.dsBmih.biSizeImage;
-    return DWORD(int64_t(DibHeight(hdib)) * DibRowLength(hdib));
+    LONG height = DibHeight(hdib);
+    return DWORD(int64_t(height) * DibRowLength(hdib));
 }
 
 DWORD DibTotalSize(HDIB hdib) {
