@@ -1,0 +1,92 @@
+// tovDisplayImage: argument checks, one-to-one drawing, scaling, fitting and
+// centring into a context over an XRGB buffer.
+#include "overlaytest.h"
+
+using ovl::Picture;
+
+namespace {
+
+struct Screen {
+    std::vector<uint32_t> px;
+    LONG w, h;
+    HDC dc;
+    Screen(LONG width, LONG height) : px(size_t(width) * height, 0x00FF00FFu), w(width), h(height) {
+        dc = PlatCreateBufferDC(px.data(), w, h, w * 4);
+    }
+    ~Screen() { DeleteDC(dc); }
+    uint32_t At(LONG x, LONG y) const { return px[size_t(y) * w + x]; }
+    // The drawn area: the bounding box of pixels other than the background.
+    RECT Drawn() const {
+        RECT r{w, h, -1, -1};
+        for (LONG y = 0; y < h; ++y)
+            for (LONG x = 0; x < w; ++x)
+                if (At(x, y) != 0x00FF00FFu) {
+                    r.left = std::min(r.left, x);
+                    r.top = std::min(r.top, y);
+                    r.right = std::max(r.right, x + 1);
+                    r.bottom = std::max(r.bottom, y + 1);
+                }
+        return r;
+    }
+};
+
+Picture* Gradient(LONG w, LONG h) {
+    auto* p = new Picture(w, h, 0);
+    for (LONG y = 0; y < h; ++y)
+        for (LONG x = 0; x < w; ++x) DibSetPixel8(p->h, x, y, DWORD((x * 16 + y) & 255));
+    return p;
+}
+
+TEST(DisplayImage, ChecksItsArguments) {
+    std::unique_ptr<Picture> pic(Gradient(10, 8));
+    Screen s(40, 30);
+    RECT r{0, 0, 40, 30};
+    for (BOOL fit : {FALSE, TRUE}) {
+        EXPECT_EQ(tovDisplayImage(pic->h, s.dc, &r, fit, 9, 0), 7u);
+        EXPECT_EQ(tovDisplayImage(pic->h, s.dc, &r, fit, 10001, 0), 7u);
+        EXPECT_EQ(tovDisplayImage(pic->h, s.dc, &r, fit, 10, 0), 0u);
+        EXPECT_EQ(tovDisplayImage(pic->h, s.dc, &r, fit, 10000, 1), 0u);
+        EXPECT_EQ(tovDisplayImage(pic->h, s.dc, nullptr, fit, 100, 0), 7u);
+        EXPECT_EQ(tovDisplayImage(pic->h, nullptr, &r, fit, 100, 0), 7u);
+        EXPECT_EQ(tovDisplayImage(nullptr, s.dc, &r, fit, 100, 0), 5u);
+    }
+}
+
+TEST(DisplayImage, DrawsScaledFittedAndCentred) {
+    std::unique_ptr<Picture> pic(Gradient(10, 8));
+    struct Case {
+        RECT rect;
+        BOOL fit;
+        LONG percent;
+        BYTE centre;
+        RECT drawn;
+    };
+    const Case cases[] = {
+        {{3, 2, 40, 30}, FALSE, 100, 0, {3, 2, 13, 10}},       // one to one at the corner
+        {{3, 2, 40, 30}, FALSE, 250, 0, {3, 2, 28, 22}},       // 25 by 20
+        {{0, 0, 40, 30}, FALSE, 100, 1, {15, 11, 25, 19}},     // centred
+        {{5, 5, 9, 8}, FALSE, 100, 1, {2, 3, 12, 11}},         // larger than the rectangle: starts left of it
+        {{4, 6, 36, 10}, TRUE, 10, 0, {4, 6, 36, 10}},         // fitted, aspect not kept
+        {{-20, -20, 10, 10}, FALSE, 1000, 0, {0, 0, 40, 30}},  // clipped by the context only
+    };
+    for (const Case& c : cases) {
+        Screen s(40, 30);
+        ASSERT_EQ(tovDisplayImage(pic->h, s.dc, &c.rect, c.fit, c.percent, c.centre), 0u);
+        RECT d = s.Drawn();
+        EXPECT_EQ(d.left, c.drawn.left) << c.percent;
+        EXPECT_EQ(d.top, c.drawn.top) << c.percent;
+        EXPECT_EQ(d.right, c.drawn.right) << c.percent;
+        EXPECT_EQ(d.bottom, c.drawn.bottom) << c.percent;
+    }
+    // At 100 % pixel for pixel, as greys.
+    Screen s(40, 30);
+    RECT r{3, 2, 40, 30};
+    ASSERT_EQ(tovDisplayImage(pic->h, s.dc, &r, FALSE, 100, 0), 0u);
+    for (LONG y = 0; y < 8; ++y)
+        for (LONG x = 0; x < 10; ++x) {
+            uint32_t g = DibGetPixel8(pic->h, x, y);
+            ASSERT_EQ(s.At(3 + x, 2 + y), g << 16 | g << 8 | g);
+        }
+}
+
+}  // namespace
