@@ -21,21 +21,49 @@ struct TwoLevelQuantiser {
     static inline int32_t Quantise(int32_t v) { return v < 128 ? 0 : 255; }
 };
 
-// Table form: entry i is (i + 8) with the low four bits cleared, at most 255.
+// Entry i of the table is (i + 8) with the low four bits cleared, at most
+// 255; for a clamped value that is this expression, which vectorises.
 struct SeventeenLevelQuantiser {
-    const int32_t* table;
-    inline int32_t Quantise(int32_t v) const {
-        const int32_t c = v < 0 ? 0 : (v > 255 ? 255 : v);
-        return table[c];
+    static inline int32_t Quantise(int32_t v) {
+        const int32_t t = (v + 8) & ~15;
+        return t < 0 ? 0 : (t > 255 ? 255 : t);
     }
 };
+
+// Values that reach the quantiser stay within [-kReach, 255 + kReach]: an
+// error is at most 127 (two levels) or 8 (seventeen) in size, and what a
+// pixel receives from its neighbours is at most 7 + 3 + 5 + 1 sixteenths
+// of that. The scan looks its quantised value and the four shares up in
+// tables over that range, so the chain from one pixel to the next is one
+// load and one addition; a value outside the range (none can occur) takes
+// the arithmetic path.
+const int32_t kReach = 160;
+const int32_t kSpan = 256 + 2 * kReach;
+
+struct ShareTables {
+    int32_t q[kSpan], s7[kSpan], s3[kSpan], s5[kSpan], s1[kSpan];
+};
+
+template <class Q>
+void BuildShares(ShareTables& t) {
+    for (int32_t i = 0; i < kSpan; ++i) {
+        const int32_t v = i - kReach;
+        const int32_t q = Q::Quantise(v);
+        const int32_t e = v - q;
+        t.q[i] = q;
+        t.s7[i] = (e * 7) / 16;
+        t.s3[i] = (e * 3) / 16;
+        t.s5[i] = (e * 5) / 16;
+        t.s1[i] = e / 16;
+    }
+}
 
 // One row: the scan over columns 1 .. width-2 in the row's direction, then
 // every column through the quantiser into the output. The value ahead is
 // carried in a register rather than re-read from the row.
 template <class Q>
-inline void DitherRow(const Q& q, int32_t* imagerow, int32_t* errordata, BYTE* out, LONG width,
-                      bool leftToRight) {
+inline void DitherRow(const ShareTables& t, int32_t* imagerow, int32_t* errordata, BYTE* out,
+                      LONG width, bool leftToRight) {
     if (width > 2) {
         const LONG step = leftToRight ? 1 : -1;
         LONG x = leftToRight ? 1 : width - 2;
@@ -43,21 +71,30 @@ inline void DitherRow(const Q& q, int32_t* imagerow, int32_t* errordata, BYTE* o
         for (LONG n = width - 2; n > 0; --n, x += step) {
             const LONG ahead = x + step;
             const LONG behind = x - step;
-            const int32_t qv = q.Quantise(v);
-            const int32_t e = v - qv;
-            imagerow[x] = qv;
-            v = imagerow[ahead] + Div16(e * 7);
-            errordata[behind] += Div16(e * 3);
-            errordata[x] += Div16(e * 5);
-            errordata[ahead] += Div16(e);
+            const uint32_t i = (uint32_t)(v + kReach);
+            if (i < (uint32_t)kSpan) {
+                imagerow[x] = t.q[i];
+                v = imagerow[ahead] + t.s7[i];
+                errordata[behind] += t.s3[i];
+                errordata[x] += t.s5[i];
+                errordata[ahead] += t.s1[i];
+            } else {
+                const int32_t q = Q::Quantise(v);
+                const int32_t e = v - q;
+                imagerow[x] = q;
+                v = imagerow[ahead] + Div16(e * 7);
+                errordata[behind] += Div16(e * 3);
+                errordata[x] += Div16(e * 5);
+                errordata[ahead] += Div16(e);
+            }
         }
         imagerow[x] = v; // the column after the scan keeps what reached it
     }
-    for (LONG x = 0; x < width; ++x) out[x] = (BYTE)q.Quantise(imagerow[x]);
+    for (LONG x = 0; x < width; ++x) out[x] = (BYTE)Q::Quantise(imagerow[x]);
 }
 
 template <class Q>
-DWORD Dither(HDIB hdib, const Q& q, const char16_t* errParm, const char16_t* errRow,
+DWORD Dither(HDIB hdib, const char16_t* errParm, const char16_t* errRow,
              const char16_t* errData) {
     if (DibIsValid(hdib) == DibErrorInvalidDIB) return DibErrorInvalidDIB;
     if (DibBitCount(hdib) != 8 || DibNumColors(hdib) != 256) {
@@ -82,11 +119,13 @@ DWORD Dither(HDIB hdib, const Q& q, const char16_t* errParm, const char16_t* err
         DibUnload(copy);
         return DibErrorMemoryAlocation;
     }
+    ShareTables tables;
+    BuildShares<Q>(tables);
     for (LONG y = 0; y < height; ++y) {
         const BYTE* src = copy->ppRow[y];
         for (LONG x = 0; x < width; ++x) imagerow[x] = (int32_t)src[x] + errordata[x];
         memset(errordata, 0, rowBytes);
-        DitherRow(q, imagerow, errordata, hdib->ppRow[y], width, (y & 1) != 0);
+        DitherRow<Q>(tables, imagerow, errordata, hdib->ppRow[y], width, (y & 1) != 0);
     }
     LocalFree(errordata);
     LocalFree(imagerow);
@@ -100,7 +139,7 @@ extern "C" {
 
 DWORD DibDither2Color(HDIB hdib) {
     DebugTrace(DIB_LEVEL_OP, u">DibDither2Color(%lld)\r\n", TRACE_PTR(hdib));
-    const DWORD result = Dither(hdib, TwoLevelQuantiser(),
+    const DWORD result = Dither<TwoLevelQuantiser>(hdib,
                                 u"   !DibDither2Color():DibErrorInvalidParm\r\n",
                                 u"   !DibDither2Color():LocalAlloc:imagerow:Error\r\n",
                                 u"   !DibDither2Color():LocalAlloc:errordata:Error\r\n");
@@ -111,12 +150,7 @@ DWORD DibDither2Color(HDIB hdib) {
 
 DWORD DibDither16Color(HDIB hdib) {
     DebugTrace(DIB_LEVEL_OP, u">DibDither16Color(%lld)\r\n", TRACE_PTR(hdib));
-    int32_t table[256];
-    for (int i = 0; i < 256; ++i) {
-        const int32_t v = (i + 8) & ~15;
-        table[i] = v > 255 ? 255 : v;
-    }
-    const DWORD result = Dither(hdib, SeventeenLevelQuantiser{table},
+    const DWORD result = Dither<SeventeenLevelQuantiser>(hdib,
                                 u"   !DibDither16Color():DibErrorInvalidParm\r\n",
                                 u"   !DibDither16Color():LocalAlloc:imagerow:Error\r\n",
                                 u"   !DibDither16Color():LocalAlloc:errordata:Error\r\n");

@@ -71,13 +71,30 @@ void CopyPixelRun(BYTE* dst, const BYTE* src, int64_t sx, LONG count, int bpp) {
 // dst pixel x takes src pixel width-1-x, for x from 0 to width-1.
 void MirrorRow(BYTE* dst, const BYTE* src, LONG width, int bpp) {
     if (bpp == 8) {
-        for (LONG x = 0; x < width; ++x) dst[x] = src[width - 1 - x];
+        // Eight pixels at a time: a byte swap of a word mirrors it.
+        LONG x = 0;
+        for (; x + 8 <= width; x += 8) {
+            uint64_t w;
+            memcpy(&w, src + width - 8 - x, 8);
+            w = __builtin_bswap64(w);
+            memcpy(dst + x, &w, 8);
+        }
+        for (; x < width; ++x) dst[x] = src[width - 1 - x];
         return;
     }
     if (bpp == 4) {
         const LONG half = width / 2;
         if ((width & 1) == 0) {
-            for (LONG i = 0; i < half; ++i) {
+            // Eight bytes at a time: a byte swap, then the nibbles of each byte.
+            LONG i = 0;
+            for (; i + 8 <= half; i += 8) {
+                uint64_t w;
+                memcpy(&w, src + half - 8 - i, 8);
+                w = __builtin_bswap64(w);
+                w = ((w & 0xF0F0F0F0F0F0F0F0ull) >> 4) | ((w & 0x0F0F0F0F0F0F0F0Full) << 4);
+                memcpy(dst + i, &w, 8);
+            }
+            for (; i < half; ++i) {
                 const BYTE b = src[half - 1 - i];
                 dst[i] = (BYTE)((b << 4) | (b >> 4));
             }
@@ -125,24 +142,44 @@ inline void WritePixel(BYTE* row, LONG x, int bpp, DWORD v) {
     }
 }
 
-// Columns of the source for a stretch of output columns: the truncated
-// single-precision product of the column and the inverse factor.
-const LONG kColumnChunk = 1024;
-
+// Source row or column of an output one: the truncated single-precision
+// product with the inverse factor.
 inline LONG SourceIndex(LONG i, float inverse, LONG limit) {
     const LONG s = (LONG)((float)i * inverse);
     return s < limit ? s : limit - 1; // cannot trigger for a factor up to 1
 }
 
-void ScaleRow(BYTE* dst, const BYTE* src, LONG newWidth, LONG width, float inverse, int bpp) {
+// Output columns are worked in stretches whose source columns are worked
+// out once for all rows.
+const LONG kColumnChunk = 2048;
+
+void ScaleRows(HDIB hdib, HDIB copy, LONG newWidth, LONG newHeight, LONG width, LONG height,
+               float inverse, int bpp) {
     LONG cols[kColumnChunk];
     for (LONG x0 = 0; x0 < newWidth; x0 += kColumnChunk) {
         const LONG n = newWidth - x0 < kColumnChunk ? newWidth - x0 : kColumnChunk;
         for (LONG i = 0; i < n; ++i) cols[i] = SourceIndex(x0 + i, inverse, width);
-        if (bpp == 8) {
-            for (LONG i = 0; i < n; ++i) dst[x0 + i] = src[cols[i]];
-        } else {
-            for (LONG i = 0; i < n; ++i) WritePixel(dst, x0 + i, bpp, ReadPixel(src, cols[i], bpp));
+        // A stretch that samples every k-th column from its first one is
+        // copied by a strided loop the compiler vectorises.
+        LONG stride = n > 1 ? cols[1] - cols[0] : 1;
+        for (LONG i = 1; i < n && stride > 0; ++i)
+            if (cols[i] - cols[i - 1] != stride) stride = 0;
+        for (LONG y = 0; y < newHeight; ++y) {
+            const BYTE* src = copy->ppRow[SourceIndex(y, inverse, height)];
+            BYTE* dst = hdib->ppRow[y];
+            if (bpp == 8) {
+                const BYTE* s0 = src + cols[0];
+                BYTE* d0 = dst + x0;
+                if (stride == 1)
+                    memcpy(d0, s0, (size_t)n);
+                else if (stride == 2)
+                    for (LONG i = 0; i < n; ++i) d0[i] = s0[2 * i];
+                else
+                    for (LONG i = 0; i < n; ++i) d0[i] = src[cols[i]];
+            } else {
+                for (LONG i = 0; i < n; ++i)
+                    WritePixel(dst, x0 + i, bpp, ReadPixel(src, cols[i], bpp));
+            }
         }
     }
 }
@@ -247,10 +284,7 @@ DWORD DibScale(HDIB hdib, DWORD percent) {
     }
     DIB_ASSERT(scalefactor != 0);
     const float inverse = 1.0f / scalefactor;
-    for (LONG yy = 0; yy < (LONG)newHeight; ++yy) {
-        const LONG sy = SourceIndex(yy, inverse, height);
-        ScaleRow(hdib->ppRow[yy], copy->ppRow[sy], (LONG)newWidth, width, inverse, bpp);
-    }
+    ScaleRows(hdib, copy, (LONG)newWidth, (LONG)newHeight, width, height, inverse, bpp);
     DibUnload(copy);
     DebugTrace(DIB_LEVEL_OP, u"<DibScale()=DibOk\r\n");
     return DibOk;
