@@ -322,6 +322,8 @@ TEST(DibRecord, FailedReCreationLeavesAnEmptyUsableRecord) {
                 EXPECT_EQ(tovClear(h, 3), DWORD(DibErrorInvalidDIB));
                 EXPECT_EQ(tovConvert(h, 4), DWORD(DibErrorInvalidDIB));
                 EXPECT_EQ(tovCreateCopyHDIB(h), nullptr);
+                EXPECT_EQ(DibBMPSave(u"never.bmp", h), DWORD(DibErrorInvalidDIB));
+                EXPECT_FALSE(tovtest::FileExists("never.bmp"));
                 // It can be made again.
                 EXPECT_EQ(tovRecreateHDIBExt(h, 5, 5, 1, 1), 0u);
                 EXPECT_EQ(StorePixel(h, 4, 4), 1u);
