@@ -117,7 +117,12 @@ HDIB DibBMPLoad(const WCHAR* filename) {
         return nullptr;
     }
     DWORD sizeHigh = 0;
+    SetLastError(ERROR_SUCCESS);
     DWORD sizeLow = GetFileSize(closer.file, &sizeHigh);
+    if (sizeLow == INVALID_FILE_SIZE && GetLastError() != ERROR_SUCCESS) {
+        DebugTrace(DIB_LEVEL_OP, u"<DibBMPLoad()=NULL (ReadFile)\r\n");
+        return nullptr;
+    }
     int64_t fileLength = (int64_t(sizeHigh) << 32) | sizeLow;
 
     BITMAPFILEHEADER fh;

@@ -319,5 +319,8 @@ TEST(DibBmp, FileNamesOfTheExports) {
     EXPECT_EQ(tovLoadBMP(u"a"), nullptr);
     EXPECT_EQ(tovLoadBMP(longName.c_str()), nullptr);
     EXPECT_EQ(tovLoadBMP(u"missing"), nullptr);
+    fs::create_directory("folder.bmp");
+    EXPECT_EQ(tovLoadBMP(u"folder"), nullptr);
+    EXPECT_EQ(tovSaveBMP(h, u"folder"), DWORD(DibErrorFileCreation));
     DibUnload(h);
 }
