@@ -1,0 +1,111 @@
+// The tov program: its commands, exit status and messages.
+#include "testsupport.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <string>
+
+using namespace tovtest;
+
+namespace {
+
+struct ToolRun {
+    int status;
+    std::string out, err;
+};
+
+ToolRun Tov(const std::string& arguments) {
+    std::string command = std::string("'") + TOV_TOOL_PATH + "' " + arguments + " >out.txt 2>err.txt";
+    int raw = std::system(command.c_str());
+    ToolRun run{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, ReadFileBytes("out.txt"), ReadFileBytes("err.txt")};
+    std::remove("out.txt");
+    std::remove("err.txt");
+    return run;
+}
+
+std::string Info(const std::string& file, int w, int h, int depth, int colours) {
+    return "file: " + file + "\nwidth: " + std::to_string(w) + "\nheight: " + std::to_string(h) +
+           "\ndepth: " + std::to_string(depth) + "\ncolours: " + std::to_string(colours) + "\n";
+}
+
+TEST(ToolTest, SampleInfoAndConvertWorkTogether) {
+    ScratchDir dir;
+    ToolRun r = Tov("sample card.bmp --width 33 --height=7");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    r = Tov("info card.bmp");
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, Info("card.bmp", 33, 7, 8, 256));
+
+    struct Case {
+        int depth, colours;
+    } cases[] = {{1, 2}, {4, 16}, {8, 256}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.depth);
+        r = Tov("convert card.bmp out.bmp --depth " + std::to_string(c.depth));
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(Tov("info out.bmp").out, Info("out.bmp", 33, 7, c.depth, c.colours));
+    }
+    // The default card, straight at 1 bit.
+    ASSERT_EQ(Tov("sample small.BMP --depth 1").status, 0);
+    EXPECT_EQ(Tov("info small.BMP").out, Info("small.BMP", 160, 120, 1, 2));
+}
+
+TEST(ToolTest, BadUseFailsWithAMessage) {
+    ScratchDir dir;
+    ASSERT_EQ(Tov("sample card.bmp").status, 0);
+    {
+        FILE* f = std::fopen("garbage.bmp", "wb");
+        std::fputs("BM not really a bitmap", f);
+        std::fclose(f);
+    }
+    struct Case {
+        const char* arguments;
+        const char* message;  // expected in the error output
+    } cases[] = {
+        {"", "usage: tov"},
+        {"frobnicate x", "unknown command 'frobnicate'"},
+        {"--trace 11 info card.bmp", "--trace takes a level"},
+        {"info", "expected 1 argument, got 0"},
+        {"info card.bmp extra", "expected 1 argument, got 2"},
+        {"info missing.bmp", "missing.bmp: cannot be read"},
+        {"info garbage.bmp", "garbage.bmp: cannot be read"},
+        {"info card.xyz", "unknown picture type"},
+        {"info card.bmp --colour", "unknown option --colour"},
+        {"convert card.bmp out.bmp", "--depth N is needed"},
+        {"convert card.bmp out.bmp --depth", "--depth needs a value"},
+        {"convert card.bmp out.bmp --depth x", "--depth takes a number"},
+        {"convert card.bmp out.bmp --depth 3", "DibErrorInvalidParm (7)"},
+        {"convert card.bmp out.bmp --depth 1 --depth 4", "--depth given twice"},
+        {"convert card.bmp nodir/out.bmp --depth 1", "nodir/out.bmp: cannot be written"},
+        {"sample big.bmp --width 5000", "--width takes a number from 1 to 4096"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.arguments);
+        ToolRun r = Tov(c.arguments);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+        EXPECT_EQ(r.out, "");
+    }
+    EXPECT_FALSE(FileExists("out.bmp"));
+    EXPECT_FALSE(FileExists("big.bmp"));
+}
+
+TEST(ToolTest, HelpVersionAndTrace) {
+    ScratchDir dir;
+    ToolRun r = Tov("--help");
+    EXPECT_EQ(r.status, 0);
+    for (const char* command : {"info FILE", "convert IN OUT --depth N", "sample OUT"})
+        EXPECT_NE(r.out.find(command), std::string::npos) << command;
+    EXPECT_EQ(Tov("--version").out, "tov, libtovrel 2.102.30001.0\n");
+    // The trace goes to standard error and leaves no log file.
+    r = Tov("--trace 5 sample card.bmp --width 4 --height 4");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.err.find(">tovCreateHDIBExt(4,4,0,8)\r\n"), std::string::npos) << r.err;
+    EXPECT_FALSE(FileExists("imaging.log"));
+}
+
+}  // namespace

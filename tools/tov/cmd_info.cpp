@@ -1,0 +1,23 @@
+// tov info FILE: the size and depth of a picture.
+#include "commands.h"
+
+#include <cstdio>
+
+namespace {
+
+int RunInfo(tov::Arguments& args) {
+    if (!args.Check("info", 1)) return 1;
+    std::string error;
+    HDIB hdib = tov::LoadPicture(args[0], &error);
+    if (!hdib) return tov::Fail(error);
+    std::printf("file: %s\nwidth: %ld\nheight: %ld\ndepth: %lu\ncolours: %lu\n", args[0].c_str(),
+                static_cast<long>(tovWidth(hdib)), static_cast<long>(tovHeight(hdib)),
+                static_cast<unsigned long>(tovBitCount(hdib)),
+                static_cast<unsigned long>(tovNumColors(hdib)));
+    tovUnloadHDIB(hdib);
+    return 0;
+}
+
+tov::CommandRegistrar registrar({"info", "FILE", "width, height, depth and colours of a picture", RunInfo});
+
+}  // namespace

@@ -1,0 +1,186 @@
+// tov: pictures from the command line through libtovrel's exports.
+//
+//   tov [--trace LEVEL] COMMAND ARGS...
+//
+// The commands register themselves (commands.h); this file holds the
+// registry, the argument reader, the shared helpers and the usage text.
+#include "commands.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace tov {
+namespace {
+
+constexpr long kMaxTraceLevel = 10;
+
+std::vector<Command>& Registry() {
+    static std::vector<Command> commands;  // filled by static registrars, before main
+    return commands;
+}
+
+const Command* Find(const std::string& name) {
+    for (const Command& c : Registry())
+        if (name == c.name) return &c;
+    return nullptr;
+}
+
+void Usage(FILE* out) {
+    std::vector<Command> commands = Registry();
+    std::sort(commands.begin(), commands.end(),
+              [](const Command& a, const Command& b) { return std::strcmp(a.name, b.name) < 0; });
+    std::fprintf(out,
+                 "usage: tov [--trace LEVEL] COMMAND ARGS...\n"
+                 "       tov --help | --version\n\n"
+                 "Pictures are read and written by their extension (.bmp).\n"
+                 "--trace LEVEL writes the library's trace (levels 0 to 10) to standard error.\n\n"
+                 "commands:\n");
+    for (const Command& c : commands) {
+        std::string head = std::string(c.name) + " " + c.synopsis;
+        std::fprintf(out, "  %-36s %s\n", head.c_str(), c.summary);
+    }
+}
+
+bool ParseLong(const std::string& text, long* value) {
+    if (text.empty()) return false;
+    char* end = nullptr;
+    errno = 0;
+    long v = std::strtol(text.c_str(), &end, 10);
+    if (errno || *end) return false;
+    *value = v;
+    return true;
+}
+
+}  // namespace
+
+CommandRegistrar::CommandRegistrar(const Command& command) { Registry().push_back(command); }
+
+Arguments::Arguments(int argc, char** argv) : words_(argv, argv + argc) {}
+
+bool Arguments::Option(const std::string& name, std::string* value) {
+    bool found = false;
+    const std::string flag = "--" + name;
+    for (size_t i = 0; i < words_.size();) {
+        const std::string& w = words_[i];
+        size_t take = 0;
+        std::string v;
+        if (w == flag) {
+            if (i + 1 >= words_.size()) {
+                error_ = flag + " needs a value";
+                words_.erase(words_.begin() + i);
+                return false;
+            }
+            v = words_[i + 1];
+            take = 2;
+        } else if (w.compare(0, flag.size() + 1, flag + "=") == 0) {
+            v = w.substr(flag.size() + 1);
+            take = 1;
+        } else {
+            ++i;
+            continue;
+        }
+        if (found) error_ = flag + " given twice";
+        found = true;
+        *value = v;
+        words_.erase(words_.begin() + i, words_.begin() + i + take);
+    }
+    return found;
+}
+
+bool Arguments::IntOption(const std::string& name, long min, long max, long fallback, long* value) {
+    std::string text;
+    *value = fallback;
+    if (!Option(name, &text)) return error_.empty();
+    long v;
+    if (!ParseLong(text, &v) || v < min || v > max) {
+        error_ = "--" + name + " takes a number from " + std::to_string(min) + " to " +
+                 std::to_string(max) + ", not '" + text + "'";
+        return false;
+    }
+    *value = v;
+    return true;
+}
+
+bool Arguments::Check(const char* command, size_t positionalCount) {
+    positional_.clear();
+    for (const std::string& w : words_) {
+        if (w.size() > 2 && w.compare(0, 2, "--") == 0) {
+            if (error_.empty()) error_ = "unknown option " + w;
+        } else {
+            positional_.push_back(w);
+        }
+    }
+    if (error_.empty() && positional_.size() != positionalCount)
+        error_ = "expected " + std::to_string(positionalCount) + " argument" +
+                 (positionalCount == 1 ? "" : "s") + ", got " + std::to_string(positional_.size());
+    if (error_.empty()) return true;
+    const Command* c = Find(command);
+    std::fprintf(stderr, "tov %s: %s\nusage: tov %s %s\n", command, error_.c_str(), command,
+                 c ? c->synopsis : "");
+    return false;
+}
+
+int Fail(const std::string& message) {
+    std::fprintf(stderr, "tov: %s\n", message.c_str());
+    return 1;
+}
+
+std::string ResultText(DWORD code) {
+    static const char* const names[] = {
+        "tovOk", "DibErrorMemoryAlocation", "DibErrorMemoryFree", "DibErrorFileCreation",
+        "DibErrorFileWrite", "DibErrorInvalidDIB", "tovErrorUnknown", "DibErrorInvalidParm",
+        "tovErrorAlreadyInitialized", "tovErrorNotInitialized", "tovErrorProfileExists",
+        "tovErrorProfileReadOnly", "tovErrorProfileNotFound", "tovErrorProfileData",
+        "tovErrorAlreadyCapturing", "tovErrorNotCapturing", "tovErrorProfileFileLoad",
+        "tovErrorProfileFileOpen", "tovErrorBadOutputBuffer", "tovErrorBadFileName"};
+    const char* name = code < sizeof names / sizeof names[0] ? names[code] : "unknown result";
+    return std::string(name) + " (" + std::to_string(code) + ")";
+}
+
+std::u16string Wide(const std::string& utf8) {
+    std::vector<WCHAR> buffer(utf8.size() + 1);  // never more units than bytes
+    PlatUtf8ToWide(utf8.c_str(), buffer.data(), buffer.size());
+    return std::u16string(buffer.data());
+}
+
+}  // namespace tov
+
+int main(int argc, char** argv) {
+    using namespace tov;
+    int at = 1;
+    if (at < argc && std::strcmp(argv[at], "--trace") == 0) {
+        long level;
+        if (at + 1 >= argc || !ParseLong(argv[at + 1], &level) || level < 0 || level > kMaxTraceLevel)
+            return Fail("--trace takes a level from 0 to " + std::to_string(kMaxTraceLevel));
+        tovConfigDebug(1, static_cast<DWORD>(level), tovDebugStream);
+        at += 2;
+    }
+    if (at >= argc) {
+        Usage(stderr);
+        return 1;
+    }
+    std::string name = argv[at];
+    if (name == "--help" || name == "-h" || name == "help") {
+        Usage(stdout);
+        return 0;
+    }
+    if (name == "--version") {
+        WCHAR revision[32];
+        tovGetDllRevision(revision);
+        char text[64];
+        PlatWideToUtf8(revision, text, sizeof text);
+        std::printf("tov, libtovrel %s\n", text);
+        return 0;
+    }
+    const Command* command = Find(name);
+    if (!command) {
+        std::fprintf(stderr, "tov: unknown command '%s'\n", name.c_str());
+        Usage(stderr);
+        return 1;
+    }
+    Arguments args(argc - at - 1, argv + at + 1);
+    return command->run(args) == 0 ? 0 : 1;
+}
