@@ -243,6 +243,15 @@ TEST(DibBmp, PublicSuite) {
             size_t rows = size_t(DibHeight(h)) * DibRowLength(h);
             ASSERT_GE(file.size(), off + rows);
             EXPECT_EQ(std::memcmp(h->pBits, file.data() + off, rows), 0);
+            // What was loaded saves and loads back equal.
+            tovtest::ScratchDir dir;
+            ASSERT_EQ(Save("again.bmp", h), 0u);
+            HDIB again = Load("again.bmp");
+            ASSERT_NE(again, nullptr);
+            EXPECT_EQ(std::memcmp(&again->ds.dsBmih, &h->ds.dsBmih, 40), 0);
+            EXPECT_EQ(std::memcmp(again->pbmiColors, h->pbmiColors, DibPaletteSize(h)), 0);
+            EXPECT_EQ(std::memcmp(again->pBits, h->pBits, DibBitsSize(h)), 0);
+            DibUnload(again);
             DibUnload(h);
         }
     }
