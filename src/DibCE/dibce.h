@@ -58,6 +58,12 @@ DWORD DibTotalSize(HDIB hdib);
 BITMAPINFOHEADER* DibInfoHeaderPtr(HDIB hdib);
 BYTE* DibBitsPtr(HDIB hdib);
 
+/* Both creators take a 40-byte header with its colours at byte 40 and refuse,
+ * before anything is allocated or deleted, a header of another size, sizes
+ * that are negative or past the limits above, depths other than those of
+ * DibDepthKnown, more colours than the depth (or DIB_MAX_COLORS) allows, and
+ * a colour table that cannot be read. A refused re-creation returns 7 and
+ * leaves the record as it was. */
 HDIB DibCreateFromBitmapInfo(const BITMAPINFO* info);
 DWORD DibReCreateFromBitmapInfo(const BITMAPINFO* info, HDIB hdib);
 DWORD DibResize(HDIB hdib, LONG width, LONG height);
