@@ -26,6 +26,8 @@ public:
     // Takes the option out; false when it is not given. A second occurrence,
     // or one without a value, is an error (see Check).
     bool Option(const std::string& name, std::string* value);
+    // Takes out an option without a value ("--name"); false when absent.
+    bool Flag(const std::string& name);
     // An integer option within [min, max]; fallback when absent.
     bool IntOption(const std::string& name, long min, long max, long fallback, long* value);
     // After the command took its options: the positional count is checked and

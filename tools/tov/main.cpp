@@ -90,6 +90,21 @@ bool Arguments::Option(const std::string& name, std::string* value) {
     return found;
 }
 
+bool Arguments::Flag(const std::string& name) {
+    const std::string flag = "--" + name;
+    bool found = false;
+    for (size_t i = 0; i < words_.size();) {
+        if (words_[i] != flag) {
+            ++i;
+            continue;
+        }
+        if (found) error_ = flag + " given twice";
+        found = true;
+        words_.erase(words_.begin() + i);
+    }
+    return found;
+}
+
 bool Arguments::IntOption(const std::string& name, long min, long max, long fallback, long* value) {
     std::string text;
     *value = fallback;
