@@ -155,9 +155,15 @@ bool GdiFontLoad(GdiFont* font, const LOGFONTW* lf) {
     font->face = face;
     font->embolden = match.embolden;
     const FT_Size_Metrics& m = face->size->metrics;
-    font->ascent = int((m.ascender + 63) >> 6);
-    int descent = int((-m.descender + 63) >> 6);
-    font->lineHeight = font->ascent + descent;
+    if (height >= 0) {
+        // A cell height is kept exactly, as the device does: lines are that
+        // far apart and the baseline sits at the scaled ascender, rounded.
+        font->lineHeight = height == 0 ? 16 : int(height);
+        font->ascent = int((FT_MulFix(face->ascender, m.y_scale) + 32) >> 6);
+    } else {
+        font->ascent = int((m.ascender + 63) >> 6);
+        font->lineHeight = font->ascent + int((-m.descender + 63) >> 6);
+    }
     if (font->lineHeight < 1) font->lineHeight = 1;
     return true;
 }

@@ -61,8 +61,7 @@ TEST(Fonts, TacomaResolvesAndMeasuresLines) {
 
     RECT hi = Measure(c.dc, u"Hi"), hello = Measure(c.dc, u"Hello");
     EXPECT_GT(hi.right, 0);
-    EXPECT_GE(hi.bottom, 15);
-    EXPECT_LE(hi.bottom, 18);  // a cell height of 16, give or take rounding
+    EXPECT_EQ(hi.bottom, 16);  // a positive height is the cell height, exactly
     EXPECT_GT(hello.right, hi.right);
     RECT two = Measure(c.dc, u"Hi\nHello");
     EXPECT_EQ(two.right, hello.right);
@@ -79,7 +78,7 @@ TEST(Fonts, TacomaResolvesAndMeasuresLines) {
     EXPECT_EQ(moved.bottom, 7 + hi.bottom);
     // Taller fonts measure taller; negative heights are em sizes.
     FontScope big(c.dc, Font(32, 600));
-    EXPECT_GE(Measure(c.dc, u"Hi").bottom, 31);
+    EXPECT_EQ(Measure(c.dc, u"Hi").bottom, 32);
     FontScope em(c.dc, Font(-32, 600));
     EXPECT_GT(Measure(c.dc, u"Hi").bottom, 32);
 }
