@@ -4,6 +4,8 @@
 #include "overlaytest.h"
 
 #include <algorithm>
+#include <atomic>
+#include <thread>
 #include <cstdio>
 #include <map>
 #include <set>
@@ -215,6 +217,26 @@ TEST(OverlayBuffer, TracesTheTwoPasses) {
     EXPECT_TRUE(has("<DibMerge()=DibOk\r"));
     EXPECT_TRUE(has("<DibOverlayBufferExt()=DibOk\r"));
     EXPECT_TRUE(has("<tovOverlayBuffer()=tovOk\r"));
+}
+
+// Fonts, contexts and the font lookup are safe on several threads at once:
+// every thread's picture comes out as the one made alone.
+TEST(OverlayBuffer, ThreadsStampTheSameAsOneThread) {
+    Picture reference(90, 40, 60);
+    ASSERT_EQ(tovOverlayBuffer(reference.h, u"Thread\n9", 6, 15, SRCINVERT), 0u);
+    const auto want = Pixels(reference.h);
+    std::vector<std::thread> threads;
+    std::atomic<int> good{0};
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&] {
+            for (int i = 0; i < 10; ++i) {
+                Picture pic(90, 40, 60);
+                if (tovOverlayBuffer(pic.h, u"Thread\n9", 6, 15, SRCINVERT) == 0 && Pixels(pic.h) == want) ++good;
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(good.load(), 40);
 }
 
 // The picture is either stamped in full or left as it was; nothing leaks.
