@@ -1,0 +1,178 @@
+// Speed of the point operations, the histogram stretch, the rank filter and
+// despeckle, through their exports (conventions in benchutil.h).
+#include "benchutil.h"
+#include "dibkernels.h"
+
+#include <tovrel/tovrel.h>
+
+#include <cmath>
+#include <functional>
+
+using benchutil::Picture;
+
+namespace {
+
+using Call = std::function<DWORD(HDIB)>;
+
+void RunExport(benchmark::State& state, const Call& call, const Picture& p) {
+    for (auto _ : state) {
+        if (call(p.get()) != tovOk) {
+            state.SkipWithError("operation failed");
+            return;
+        }
+    }
+    benchutil::ReportRate(state, p.pixels());
+}
+
+#ifdef TOV_HAVE_OPENCV
+void CompareLut(benchmark::State& state, const Call& call, const Picture& p, const BYTE* table) {
+    cv::Mat src = benchutil::View(p.get()).clone(), dst;
+    cv::Mat lut(1, 256, CV_8UC1, const_cast<BYTE*>(table));
+    benchutil::ReportOpenCvRatio(state, [&] { call(p.get()); }, [&] { cv::LUT(src, lut, dst); }, p.pixels());
+}
+#endif
+
+void BM_RankFilter(benchmark::State& state) {
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
+    const DWORD rank = DWORD(state.range(2));
+    const Call call = [rank](HDIB h) { return tovRankFilter(h, rank); };
+    RunExport(state, call, p);
+#ifdef TOV_HAVE_OPENCV
+    if (rank == 0 || rank == 4 || rank == 8) {
+        cv::Mat src = benchutil::View(p.get()).clone(), dst;
+        cv::Mat box = cv::getStructuringElement(cv::MORPH_RECT, cv::Size(3, 3));
+        std::function<void()> theirs;
+        if (rank == 4) theirs = [&] { cv::medianBlur(src, dst, 3); };
+        else if (rank == 0) theirs = [&] { cv::erode(src, dst, box); };
+        else theirs = [&] { cv::dilate(src, dst, box); };
+        benchutil::ReportOpenCvRatio(state, [&] { call(p.get()); }, theirs, p.pixels());
+    }
+#endif
+}
+BENCHMARK(BM_RankFilter)
+    ->ArgsProduct({{640}, {480}, {0, 1, 2, 3, 4, 5, 6, 7, 8}})
+    ->Args({4096, 4096, 4})
+    ->ArgNames({"w", "h", "rank"})
+    ->Unit(benchmark::kMicrosecond);
+
+void BM_Despeckle(benchmark::State& state) {
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
+    RunExport(state, [](HDIB h) { return tovDespeckle(h, 3, 255); }, p);
+}
+BENCHMARK(BM_Despeckle)->Apply(benchutil::Sizes);
+
+// The tables the point operations build, for OpenCV's LUT.
+void BM_Brightness(benchmark::State& state) {
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
+    // Alternating signs keep the picture from saturating.
+    LONG sign = 1;
+    const Call call = [&sign](HDIB h) { return tovBrightness(h, 40 * (sign = -sign)); };
+    RunExport(state, call, p);
+#ifdef TOV_HAVE_OPENCV
+    BYTE table[256];
+    for (int v = 0; v < 256; ++v) table[v] = BYTE(v + 40 > 255 ? 255 : v + 40);
+    CompareLut(state, call, p, table);
+#endif
+}
+BENCHMARK(BM_Brightness)->Apply(benchutil::Sizes);
+
+void BM_Contrast(benchmark::State& state) {
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
+    const Call call = [](HDIB h) { return tovContrast(h, 60); };
+    RunExport(state, call, p);
+#ifdef TOV_HAVE_OPENCV
+    BYTE table[256];
+    for (int v = 0; v < 256; ++v) table[v] = BYTE(255 - v);
+    CompareLut(state, call, p, table);
+#endif
+}
+BENCHMARK(BM_Contrast)->Apply(benchutil::Sizes);
+
+void BM_Invert(benchmark::State& state) {
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
+    const Call call = [](HDIB h) { return tovInvert(h); };
+    RunExport(state, call, p);
+#ifdef TOV_HAVE_OPENCV
+    BYTE table[256];
+    for (int v = 0; v < 256; ++v) table[v] = BYTE(255 - v);
+    CompareLut(state, call, p, table);
+#endif
+}
+BENCHMARK(BM_Invert)->Apply(benchutil::Sizes);
+
+void BM_GammaCorrection(benchmark::State& state) {
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
+    const Call call = [](HDIB h) { return tovGammaCorrection(h, 1.8); };
+    RunExport(state, call, p);
+#ifdef TOV_HAVE_OPENCV
+    BYTE table[256];
+    for (int v = 0; v < 256; ++v) table[v] = BYTE(std::pow(v / 255.0, 1.8) * 255.0 + 0.5);
+    CompareLut(state, call, p, table);
+#endif
+}
+BENCHMARK(BM_GammaCorrection)->Apply(benchutil::Sizes);
+
+void BM_HistogramStretch(benchmark::State& state) {
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
+    const Call call = [](HDIB h) { return tovHistogramStretch(h); };
+    RunExport(state, call, p);
+#ifdef TOV_HAVE_OPENCV
+    cv::Mat src = benchutil::View(p.get()).clone(), dst;
+    benchutil::ReportOpenCvRatio(state, [&] { call(p.get()); },
+                                 [&] { cv::normalize(src, dst, 0, 255, cv::NORM_MINMAX); }, p.pixels());
+#endif
+}
+BENCHMARK(BM_HistogramStretch)->Apply(benchutil::Sizes);
+
+void BM_HistogramStretchLevels(benchmark::State& state) {
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
+    RunExport(state, [](HDIB h) { return tovHistogramStretchEx(h, 20, 230, 0); }, p);
+}
+BENCHMARK(BM_HistogramStretchLevels)->Apply(benchutil::Sizes);
+
+// The plain table kernel that processors without byte permutes run.
+void BM_TableRowPortable(benchmark::State& state) {
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
+    BYTE table[256];
+    for (int v = 0; v < 256; ++v) table[v] = BYTE(255 - v);
+    const LONG height = LONG(state.range(1));
+    for (auto _ : state)
+        for (LONG y = 0; y < height; ++y) DibTableRow8Portable(table, p.get()->ppRow[y], size_t(state.range(0)));
+    benchutil::ReportRate(state, p.pixels());
+}
+BENCHMARK(BM_TableRowPortable)->Apply(benchutil::Sizes);
+
+}  // namespace
+
+namespace {
+// Parts of the rank filter's cost: the working copy, and the kernel alone.
+void BM_RankParts(benchmark::State& state) {
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
+    const LONG w = LONG(state.range(0)), h = LONG(state.range(1));
+    const bool copyOnly = state.range(2) == 0;
+    HDIB src = DibCreateCopy(p.get());
+    for (auto _ : state) {
+        if (copyOnly) {
+            DibUnload(DibCreateCopy(p.get()));
+        } else {
+            for (LONG y = 1; y < h - 1; ++y)
+                DibRankRow8(src->ppRow[y - 1], src->ppRow[y], src->ppRow[y + 1], p.get()->ppRow[y] + 1,
+                            size_t(w - 2), 4);
+        }
+    }
+    DibUnload(src);
+    benchutil::ReportRate(state, p.pixels());
+}
+BENCHMARK(BM_RankParts)->Args({640, 480, 0})->Args({640, 480, 1})->Args({4096, 4096, 0})->Args({4096, 4096, 1})
+    ->ArgNames({"w", "h", "kernel"})->Unit(benchmark::kMicrosecond);
+}  // namespace

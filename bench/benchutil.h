@@ -1,0 +1,116 @@
+// Shared pieces of the benchmarks: the picture sizes, random 8-bit pictures,
+// the Mpix/s counter, and the comparison with OpenCV.
+//
+// Conventions, so that all benchmarks read alike:
+// - Every image operation is measured at 640x480 (a frame) and 4096x4096,
+//   8 bits, one thread, through its export, in place on one picture. The
+//   operations' cost does not depend on the pixel values (branch-free
+//   kernels), so the picture is not restored between iterations.
+// - Counter "Mpix": million pixels processed a second (the console shows
+//   it as a rate, e.g. "Mpix=2.5k/s" for 2500 Mpix/s).
+// - Counter "x_opencv" (only when built with OpenCV): our Mpix/s divided by
+//   OpenCV's for its equivalent operation on the same picture, both timed
+//   by MeasureRate in the same run right after the benchmark loop, with
+//   cv::setNumThreads(1). Above 1 means faster than OpenCV. Compare these
+//   ratios, not absolute numbers from different runs.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include "dibce.h"
+
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+
+#ifdef TOV_HAVE_OPENCV
+#include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
+#endif
+
+namespace benchutil {
+
+// Arguments {width, height} of the two standard sizes.
+inline void Sizes(benchmark::internal::Benchmark* b) {
+    b->Args({640, 480})->Args({4096, 4096})->ArgNames({"w", "h"})->Unit(benchmark::kMicrosecond);
+}
+
+// An 8-bit grey bitmap of random pixels; the same seed gives the same picture.
+class Picture {
+public:
+    Picture(LONG width, LONG height, uint32_t seed = 1) : width_(width), height_(height) {
+        BITMAPINFO* info = DibGreyInfoBlock(width, height, 8);
+        hdib_ = info ? DibCreateFromBitmapInfo(info) : nullptr;
+        if (info) LocalFree(info);
+        if (!hdib_) return;
+        uint64_t state = 0x9E3779B97F4A7C15ull ^ seed;
+        for (LONG y = 0; y < height; ++y) {
+            for (LONG x = 0; x < width; x += 8) {
+                state ^= state << 13, state ^= state >> 7, state ^= state << 17; // xorshift64
+                std::memcpy(hdib_->ppRow[y] + x, &state, width - x < 8 ? size_t(width - x) : 8);
+            }
+        }
+    }
+    ~Picture() {
+        if (hdib_) DibUnload(hdib_);
+    }
+    Picture(const Picture&) = delete;
+    Picture& operator=(const Picture&) = delete;
+
+    HDIB get() const { return hdib_; }
+    double pixels() const { return double(width_) * double(height_); }
+
+private:
+    HDIB hdib_ = nullptr;
+    LONG width_, height_;
+};
+
+// Fails the benchmark when the picture could not be made.
+inline bool Ready(benchmark::State& state, const Picture& p) {
+    if (p.get()) return true;
+    state.SkipWithError("picture not created");
+    return false;
+}
+
+inline void ReportRate(benchmark::State& state, double pixels) {
+    state.counters["Mpix"] =
+        benchmark::Counter(pixels * double(state.iterations()) / 1e6, benchmark::Counter::kIsRate);
+}
+
+// Mpix/s of fn over a picture of that many pixels, run for at least
+// minSeconds after one warm-up call.
+inline double MeasureRate(const std::function<void()>& fn, double pixels, double minSeconds = 0.25) {
+    using Clock = std::chrono::steady_clock;
+    fn();
+    long runs = 0;
+    const Clock::time_point start = Clock::now();
+    double elapsed = 0;
+    do {
+        fn();
+        ++runs;
+        elapsed = std::chrono::duration<double>(Clock::now() - start).count();
+    } while (elapsed < minSeconds);
+    return pixels * double(runs) / elapsed / 1e6;
+}
+
+#ifdef TOV_HAVE_OPENCV
+// The bitmap's pixels as an 8-bit Mat, sharing the memory (rows bottom-up,
+// which no operation here cares about).
+inline cv::Mat View(HDIB hdib) {
+    const BITMAPINFOHEADER& h = hdib->ds.dsBmih;
+    const size_t stride = size_t((h.biWidth * 8 + 31) / 32 * 4);
+    return cv::Mat(h.biHeight, h.biWidth, CV_8UC1, hdib->pBits, stride);
+}
+
+// Sets counter "x_opencv" as described at the top of this file.
+inline void ReportOpenCvRatio(benchmark::State& state, const std::function<void()>& ours,
+                              const std::function<void()>& theirs, double pixels) {
+    cv::setNumThreads(1);
+    const double our = MeasureRate(ours, pixels);
+    const double their = MeasureRate(theirs, pixels);
+    state.counters["x_opencv"] = our / their;
+}
+#endif
+
+}  // namespace benchutil
