@@ -1,75 +1,88 @@
-// Speed of the convolution family, geometry and dithering, one thread, in
-// pixels of the source picture per second. Each iteration starts from the
-// same random picture; only the operation itself is timed. With OpenCV
-// present (TOV_HAVE_OPENCV) its equivalents run in the same program, on one
-// thread, for a ratio measured in one run.
-#include <benchmark/benchmark.h>
-
+// Speed of the convolution family, geometry and dithering, one thread, at
+// the standard sizes (benchutil.h), counter "Mpix/s" in pixels of the
+// source picture. Convolutions and flips run in place on one picture, as
+// their cost does not depend on the values. Crop and scale change the size
+// and dithering's cost does depend on the values, so those restore the
+// picture before each run and time only the operation (manual time).
+// With OpenCV: filter2D 3x3 / 5x5 / 9x9, flip, an ROI copy and resize
+// INTER_NEAREST at 50% as the equivalents, ratio in "x_opencv".
 #include <chrono>
 #include <cstring>
-#include <random>
-#include <vector>
 
+#include "benchutil.h"
 #include "dibops.h"
-
-#ifdef TOV_HAVE_OPENCV
-#include <opencv2/core.hpp>
-#include <opencv2/core/utility.hpp>
-#include <opencv2/imgproc.hpp>
-#endif
 
 namespace {
 
-HDIB MakePicture(LONG w, LONG h, int bpp) {
-    HDIB d = tovCreateHDIBExt(w, h, 0, (DWORD)bpp);
-    if (d == NULL) return NULL;
-    std::mt19937 rng(7);
-    BYTE* b = DibBitsPtr(d);
-    const size_t n = (size_t)DibRowLength(d) * (size_t)h;
-    // Smooth with noise: like a camera frame, not like white noise.
-    for (size_t i = 0; i < n; ++i) b[i] = (BYTE)((i / 7 % 200) + rng() % 40);
-    return d;
-}
-
+using benchutil::Picture;
 using Op = DWORD (*)(HDIB);
 
-// Times op on a bitmap restored before each run. Same-size operations are
-// restored by a copy of the bytes, the others by DibCopy.
-void RunOp(benchmark::State& state, Op op, int bpp, bool resizes) {
-    const LONG w = (LONG)state.range(0), h = (LONG)state.range(1);
-    HDIB src = MakePicture(w, h, bpp);
-    HDIB work = tovCreateCopyHDIB(src);
-    if (src == NULL || work == NULL) {
-        state.SkipWithError("no bitmap");
-        return;
-    }
-    const size_t bytes = (size_t)DibRowLength(src) * (size_t)h;
+#ifdef TOV_HAVE_OPENCV
+cv::Mat CvKernel(int n) {
+    cv::Mat k(n, n, CV_32F);
+    for (int i = 0; i < n * n; ++i) k.at<float>(i / n, i % n) = float((i * 7) % 11 - 5) / 13.0f;
+    return k;
+}
+#endif
+
+// In place, no restore. theirs(src, dst) is OpenCV's equivalent, or null.
+void InPlace(benchmark::State& state, Op op, int cvKernel, int cvFlip) {
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
     for (auto _ : state) {
+        if (op(p.get()) != 0) {
+            state.SkipWithError("operation failed");
+            return;
+        }
+    }
+    benchutil::ReportRate(state, p.pixels());
+#ifdef TOV_HAVE_OPENCV
+    cv::Mat src = benchutil::View(p.get()).clone(), dst;
+    const cv::Mat k = cvKernel ? CvKernel(cvKernel) : cv::Mat();
+    benchutil::ReportOpenCvRatio(
+        state, [&] { op(p.get()); },
+        [&] {
+            if (cvKernel)
+                cv::filter2D(src, dst, -1, k, cv::Point(-1, -1), 0, cv::BORDER_REFLECT_101);
+            else
+                cv::flip(src, dst, cvFlip);
+        },
+        p.pixels());
+#else
+    (void)cvKernel;
+    (void)cvFlip;
+#endif
+}
+
+// Restores the picture before each run; times the operation alone.
+void Restored(benchmark::State& state, Op op, bool resizes) {
+    Picture src(LONG(state.range(0)), LONG(state.range(1)));
+    Picture work(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, src) || !benchutil::Ready(state, work)) return;
+    const size_t bytes = size_t(DibRowLength(src.get())) * size_t(state.range(1));
+    auto restore = [&] {
         if (resizes)
-            DibCopy(work, src);
+            DibCopy(work.get(), src.get());
         else
-            memcpy(DibBitsPtr(work), DibBitsPtr(src), bytes);
+            std::memcpy(DibBitsPtr(work.get()), DibBitsPtr(src.get()), bytes);
+    };
+    for (auto _ : state) {
+        restore();
         const auto t0 = std::chrono::steady_clock::now();
-        const DWORD r = op(work);
+        const DWORD r = op(work.get());
         const auto t1 = std::chrono::steady_clock::now();
         if (r != 0) {
             state.SkipWithError("operation failed");
-            break;
+            return;
         }
         state.SetIterationTime(std::chrono::duration<double>(t1 - t0).count());
     }
-    state.SetItemsProcessed(state.iterations() * (int64_t)w * h);
-    DibUnload(work);
-    DibUnload(src);
+    benchutil::ReportRate(state, src.pixels());
 }
 
-void Sizes(benchmark::internal::Benchmark* b) {
-    b->Args({640, 480})->Args({4096, 4096})->UseManualTime()->Unit(benchmark::kMicrosecond);
-}
+void ManualSizes(benchmark::internal::Benchmark* b) { benchutil::Sizes(b->UseManualTime()); }
 
-DWORD Average(HDIB d) { return tovAverage(d); }
-DWORD Sharpen(HDIB d) { return tovSharpen(d, 12); }
-DWORD Kernel3x3(HDIB d) {  // not symmetric: no folding
+DWORD Kernel3x3(HDIB d) {  // not symmetric: every tap on its own
     const LONG k[9] = {1, 2, -1, 0, 5, -2, 3, 1, -1};
     return tovConvolutionFilter(d, k, 3, 3, 7, 4);
 }
@@ -78,102 +91,77 @@ DWORD Kernel5x5(HDIB d) {
     for (int i = 0; i < 25; ++i) k[i] = (i * 7) % 11 - 5;
     return tovConvolutionFilter(d, k, 5, 5, 13, 0);
 }
-DWORD Threshold(HDIB d) { return tovThreshold(d, 120); }
-DWORD Infinity(HDIB d) { return tovInfinityFilter(d); }
-DWORD FlipH(HDIB d) { return tovFlipHorizontal(d); }
-DWORD FlipV(HDIB d) { return tovFlipVertical(d); }
-DWORD Crop(HDIB d) { return tovCrop(d, 8, 8, (DWORD)DibWidth(d) - 16, (DWORD)DibHeight(d) - 16); }
-DWORD Scale50(HDIB d) { return tovScale(d, 50); }
-DWORD Dither2(HDIB d) { return tovDither2Color(d); }
-DWORD Dither16(HDIB d) { return tovDither16Color(d); }
 
-void BM_Average(benchmark::State& s) { RunOp(s, Average, 8, false); }
-void BM_Sharpen(benchmark::State& s) { RunOp(s, Sharpen, 8, false); }
-void BM_Kernel3x3(benchmark::State& s) { RunOp(s, Kernel3x3, 8, false); }
-void BM_Kernel5x5(benchmark::State& s) { RunOp(s, Kernel5x5, 8, false); }
-void BM_Threshold(benchmark::State& s) { RunOp(s, Threshold, 8, false); }
-void BM_Infinity(benchmark::State& s) { RunOp(s, Infinity, 8, false); }
-void BM_FlipHorizontal(benchmark::State& s) { RunOp(s, FlipH, (int)s.range(2), false); }
-void BM_FlipVertical(benchmark::State& s) { RunOp(s, FlipV, (int)s.range(2), false); }
-void BM_Crop(benchmark::State& s) { RunOp(s, Crop, (int)s.range(2), true); }
-void BM_Scale50(benchmark::State& s) { RunOp(s, Scale50, (int)s.range(2), true); }
-void BM_Dither2(benchmark::State& s) { RunOp(s, Dither2, 8, false); }
-void BM_Dither16(benchmark::State& s) { RunOp(s, Dither16, 8, false); }
-
-void SizesDepths(benchmark::internal::Benchmark* b) {
-    for (int bpp : {8, 4, 1}) b->Args({640, 480, bpp});
-    b->Args({4096, 4096, 8})->UseManualTime()->Unit(benchmark::kMicrosecond);
+void BM_Average(benchmark::State& s) { InPlace(s, tovAverage, 3, 0); }
+void BM_Sharpen(benchmark::State& s) {
+    InPlace(s, [](HDIB d) { return tovSharpen(d, 12); }, 3, 0);
 }
+void BM_Kernel3x3(benchmark::State& s) { InPlace(s, Kernel3x3, 3, 0); }
+void BM_Kernel5x5(benchmark::State& s) { InPlace(s, Kernel5x5, 5, 0); }
+void BM_Threshold(benchmark::State& s) {
+    InPlace(s, [](HDIB d) { return tovThreshold(d, 120); }, 5, 0);
+}
+void BM_InfinityFilter(benchmark::State& s) { InPlace(s, tovInfinityFilter, 9, 0); }
+void BM_FlipHorizontal(benchmark::State& s) { InPlace(s, tovFlipHorizontal, 0, 0); }
+void BM_FlipVertical(benchmark::State& s) { InPlace(s, tovFlipVertical, 0, 1); }
+void BM_Dither2Color(benchmark::State& s) { Restored(s, tovDither2Color, false); }
+void BM_Dither16Color(benchmark::State& s) { Restored(s, tovDither16Color, false); }
 
-BENCHMARK(BM_Average)->Apply(Sizes);
-BENCHMARK(BM_Sharpen)->Apply(Sizes);
-BENCHMARK(BM_Kernel3x3)->Apply(Sizes);
-BENCHMARK(BM_Kernel5x5)->Apply(Sizes);
-BENCHMARK(BM_Threshold)->Apply(Sizes);
-BENCHMARK(BM_Infinity)->Apply(Sizes);
-BENCHMARK(BM_FlipHorizontal)->Apply(SizesDepths);
-BENCHMARK(BM_FlipVertical)->Apply(SizesDepths);
-BENCHMARK(BM_Crop)->Apply(SizesDepths);
-BENCHMARK(BM_Scale50)->Apply(SizesDepths);
-BENCHMARK(BM_Dither2)->Apply(Sizes);
-BENCHMARK(BM_Dither16)->Apply(Sizes);
+DWORD CropInner(HDIB d) {
+    return tovCrop(d, 8, 8, DWORD(DibWidth(d)) - 16, DWORD(DibHeight(d)) - 16);
+}
+DWORD Scale50(HDIB d) { return tovScale(d, 50); }
+
+void BM_Crop(benchmark::State& s) { Restored(s, CropInner, true); }
+void BM_Scale50(benchmark::State& s) { Restored(s, Scale50, true); }
+
+BENCHMARK(BM_Average)->Apply(benchutil::Sizes);
+BENCHMARK(BM_Sharpen)->Apply(benchutil::Sizes);
+BENCHMARK(BM_Kernel3x3)->Apply(benchutil::Sizes);
+BENCHMARK(BM_Kernel5x5)->Apply(benchutil::Sizes);
+BENCHMARK(BM_Threshold)->Apply(benchutil::Sizes);
+BENCHMARK(BM_InfinityFilter)->Apply(benchutil::Sizes);
+BENCHMARK(BM_FlipHorizontal)->Apply(benchutil::Sizes);
+BENCHMARK(BM_FlipVertical)->Apply(benchutil::Sizes);
+BENCHMARK(BM_Crop)->Apply(ManualSizes);
+BENCHMARK(BM_Scale50)->Apply(ManualSizes);
+BENCHMARK(BM_Dither2Color)->Apply(ManualSizes);
+BENCHMARK(BM_Dither16Color)->Apply(ManualSizes);
 
 #ifdef TOV_HAVE_OPENCV
-// OpenCV on one thread, same pictures, output into a separate matrix.
-template <class F>
-void RunCv(benchmark::State& state, F f) {
+// Crop and scale against OpenCV with the same restore-and-time loop: an ROI
+// copied out, and a nearest-pixel resize to half size.
+void CvTimed(benchmark::State& state, void (*f)(const cv::Mat&, cv::Mat&)) {
     cv::setNumThreads(1);
-    const int w = (int)state.range(0), h = (int)state.range(1);
-    cv::Mat src(h, w, CV_8UC1), dst;
-    std::mt19937 rng(7);
-    for (int y = 0; y < h; ++y)
-        for (int x = 0; x < w; ++x) src.at<uchar>(y, x) = (uchar)(((y * w + x) / 7 % 200) + rng() % 40);
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
+    const cv::Mat src = benchutil::View(p.get());
+    cv::Mat dst;
     for (auto _ : state) {
+        dst.release();  // a new picture each time, as the library makes one
         const auto t0 = std::chrono::steady_clock::now();
         f(src, dst);
         const auto t1 = std::chrono::steady_clock::now();
         benchmark::DoNotOptimize(dst.data);
         state.SetIterationTime(std::chrono::duration<double>(t1 - t0).count());
     }
-    state.SetItemsProcessed(state.iterations() * (int64_t)w * h);
+    benchutil::ReportRate(state, p.pixels());
 }
-
-cv::Mat CvKernel(int n) {
-    cv::Mat k(n, n, CV_32F);
-    for (int i = 0; i < n * n; ++i) k.at<float>(i / n, i % n) = (float)((i * 7) % 11 - 5) / 13.0f;
-    return k;
+void BM_OpenCvCrop(benchmark::State& s) {
+    CvTimed(s, [](const cv::Mat& a, cv::Mat& b) {
+        a(cv::Rect(8, 8, a.cols - 16, a.rows - 16)).copyTo(b);
+    });
 }
-
-void BM_CvFilter3x3(benchmark::State& s) {
-    const cv::Mat k = CvKernel(3);
-    RunCv(s, [&](const cv::Mat& a, cv::Mat& b) { cv::filter2D(a, b, -1, k, cv::Point(-1, -1), 0, cv::BORDER_REFLECT_101); });
+void BM_OpenCvResizeNearest50(benchmark::State& s) {
+    CvTimed(s, [](const cv::Mat& a, cv::Mat& b) {
+        cv::resize(a, b, cv::Size(), 0.5, 0.5, cv::INTER_NEAREST);
+    });
 }
-void BM_CvFilter5x5(benchmark::State& s) {
-    const cv::Mat k = CvKernel(5);
-    RunCv(s, [&](const cv::Mat& a, cv::Mat& b) { cv::filter2D(a, b, -1, k, cv::Point(-1, -1), 0, cv::BORDER_REFLECT_101); });
-}
-void BM_CvFilter9x9(benchmark::State& s) {
-    const cv::Mat k = CvKernel(9);
-    RunCv(s, [&](const cv::Mat& a, cv::Mat& b) { cv::filter2D(a, b, -1, k, cv::Point(-1, -1), 0, cv::BORDER_REFLECT_101); });
-}
-void BM_CvFlipUpsideDown(benchmark::State& s) {
-    RunCv(s, [](const cv::Mat& a, cv::Mat& b) { cv::flip(a, b, 0); });
-}
-void BM_CvFlipLeftRight(benchmark::State& s) {
-    RunCv(s, [](const cv::Mat& a, cv::Mat& b) { cv::flip(a, b, 1); });
-}
-void BM_CvResizeNearest50(benchmark::State& s) {
-    RunCv(s, [](const cv::Mat& a, cv::Mat& b) { cv::resize(a, b, cv::Size(), 0.5, 0.5, cv::INTER_NEAREST); });
-}
-
-BENCHMARK(BM_CvFilter3x3)->Apply(Sizes);
-BENCHMARK(BM_CvFilter5x5)->Apply(Sizes);
-BENCHMARK(BM_CvFilter9x9)->Apply(Sizes);
-BENCHMARK(BM_CvFlipUpsideDown)->Apply(Sizes);
-BENCHMARK(BM_CvFlipLeftRight)->Apply(Sizes);
-BENCHMARK(BM_CvResizeNearest50)->Apply(Sizes);
+BENCHMARK(BM_OpenCvCrop)->Apply(ManualSizes);
+BENCHMARK(BM_OpenCvResizeNearest50)->Apply(ManualSizes);
 #endif
 
 }  // namespace
 
+// The one main of tovbench.
 BENCHMARK_MAIN();
