@@ -171,7 +171,7 @@ DWORD DibJPGSave(const WCHAR* filename, DWORD quality, HDIB hdib) {
             return DibErrorUnknown;
         }
     }
-    HDIB const source = temp ? temp : hdib;
+    HDIB volatile const source = temp ? temp : hdib;
 
     struct jpeg_compress_struct cinfo;
     DibJPGErrorManager err;
