@@ -49,6 +49,13 @@ TEST(ToolTest, SampleInfoAndConvertWorkTogether) {
         ASSERT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(Tov("info out.bmp").out, Info("out.bmp", 33, 7, c.depth, c.colours));
     }
+    // Other file types by the extension.
+    for (const char* name : {"card.png", "card.jpg", "CARD.PNG"}) {
+        SCOPED_TRACE(name);
+        r = Tov(std::string("convert card.bmp ") + name + " --depth 8 --quality 90");
+        ASSERT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(Tov(std::string("info ") + name).out, Info(name, 33, 7, 8, 256));
+    }
     // The default card, straight at 1 bit.
     ASSERT_EQ(Tov("sample small.BMP --depth 1").status, 0);
     EXPECT_EQ(Tov("info small.BMP").out, Info("small.BMP", 160, 120, 1, 2));
@@ -79,6 +86,9 @@ TEST(ToolTest, BadUseFailsWithAMessage) {
         {"convert card.bmp out.bmp --depth", "--depth needs a value"},
         {"convert card.bmp out.bmp --depth x", "--depth takes a number"},
         {"convert card.bmp out.bmp --depth 3", "DibErrorInvalidParm (7)"},
+        {"convert card.bmp out.bmp --depth 0", "--depth takes a number from 1"},
+        {"convert card.bmp out.bmp --depth 1 --quality 101", "--quality takes a number from 1 to 100"},
+        {"convert card.bmp out.jpeg --depth 8", "unknown picture type"},
         {"convert card.bmp out.bmp --depth 1 --depth 4", "--depth given twice"},
         {"convert card.bmp nodir/out.bmp --depth 1", "nodir/out.bmp: cannot be written"},
         {"sample big.bmp --width 5000", "--width takes a number from 1 to 4096"},

@@ -27,12 +27,9 @@ BYTE CardPixel(long x, long y, long width, long height) {
 
 int RunSample(tov::Arguments& args) {
     long width, height, depth;
-    if (!args.IntOption("width", 1, kMaxSide, kDefaultWidth, &width) ||
-        !args.IntOption("height", 1, kMaxSide, kDefaultHeight, &height) ||
-        !args.IntOption("depth", 1, 8, 8, &depth)) {
-        args.Check("sample", 1);
-        return 1;
-    }
+    args.IntOption("width", 1, kMaxSide, kDefaultWidth, &width);
+    args.IntOption("height", 1, kMaxSide, kDefaultHeight, &height);
+    args.IntOption("depth", 1, 8, 8, &depth);
     if (!args.Check("sample", 1)) return 1;
     HDIB hdib = tovCreateHDIBExt(width, height, 0, 8);
     BYTE* bits = tovBitsPtr(hdib);

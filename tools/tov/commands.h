@@ -28,7 +28,8 @@ public:
     bool Option(const std::string& name, std::string* value);
     // Takes out an option without a value ("--name"); false when absent.
     bool Flag(const std::string& name);
-    // An integer option within [min, max]; fallback when absent.
+    // An integer option within [min, max]; fallback when absent. False when
+    // it is given wrong (Check reports that).
     bool IntOption(const std::string& name, long min, long max, long fallback, long* value);
     // After the command took its options: the positional count is checked and
     // anything left over is an error. Prints the problem and returns false.
@@ -41,7 +42,9 @@ public:
 private:
     std::vector<std::string> words_;
     std::vector<std::string> positional_;
-    std::string error_;
+    std::string error_;  // the first problem found
+    int problems_ = 0;
+    void Problem(const std::string& text);
 };
 
 struct Command {

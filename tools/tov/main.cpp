@@ -35,7 +35,7 @@ void Usage(FILE* out) {
     std::fprintf(out,
                  "usage: tov [--trace LEVEL] COMMAND ARGS...\n"
                  "       tov --help | --version\n\n"
-                 "Pictures are read and written by their extension (.bmp).\n"
+                 "Pictures are read and written by their extension: .bmp, .jpg or .png.\n"
                  "--trace LEVEL writes the library's trace (levels 0 to 10) to standard error.\n\n"
                  "commands:\n");
     for (const Command& c : commands) {
@@ -69,7 +69,7 @@ bool Arguments::Option(const std::string& name, std::string* value) {
         std::string v;
         if (w == flag) {
             if (i + 1 >= words_.size()) {
-                error_ = flag + " needs a value";
+                Problem(flag + " needs a value");
                 words_.erase(words_.begin() + i);
                 return false;
             }
@@ -82,7 +82,7 @@ bool Arguments::Option(const std::string& name, std::string* value) {
             ++i;
             continue;
         }
-        if (found) error_ = flag + " given twice";
+        if (found) Problem(flag + " given twice");
         found = true;
         *value = v;
         words_.erase(words_.begin() + i, words_.begin() + i + take);
@@ -98,7 +98,7 @@ bool Arguments::Flag(const std::string& name) {
             ++i;
             continue;
         }
-        if (found) error_ = flag + " given twice";
+        if (found) Problem(flag + " given twice");
         found = true;
         words_.erase(words_.begin() + i);
     }
@@ -108,30 +108,35 @@ bool Arguments::Flag(const std::string& name) {
 bool Arguments::IntOption(const std::string& name, long min, long max, long fallback, long* value) {
     std::string text;
     *value = fallback;
-    if (!Option(name, &text)) return error_.empty();
+    int problemsBefore = problems_;
+    if (!Option(name, &text)) return problems_ == problemsBefore;
     long v;
     if (!ParseLong(text, &v) || v < min || v > max) {
-        error_ = "--" + name + " takes a number from " + std::to_string(min) + " to " +
-                 std::to_string(max) + ", not '" + text + "'";
+        Problem("--" + name + " takes a number from " + std::to_string(min) + " to " +
+                std::to_string(max) + ", not '" + text + "'");
         return false;
     }
     *value = v;
     return true;
 }
 
+void Arguments::Problem(const std::string& text) {
+    if (!problems_++) error_ = text;
+}
+
 bool Arguments::Check(const char* command, size_t positionalCount) {
     positional_.clear();
     for (const std::string& w : words_) {
         if (w.size() > 2 && w.compare(0, 2, "--") == 0) {
-            if (error_.empty()) error_ = "unknown option " + w;
+            Problem("unknown option " + w);
         } else {
             positional_.push_back(w);
         }
     }
-    if (error_.empty() && positional_.size() != positionalCount)
-        error_ = "expected " + std::to_string(positionalCount) + " argument" +
-                 (positionalCount == 1 ? "" : "s") + ", got " + std::to_string(positional_.size());
-    if (error_.empty()) return true;
+    if (positional_.size() != positionalCount)
+        Problem("expected " + std::to_string(positionalCount) + " argument" +
+                (positionalCount == 1 ? "" : "s") + ", got " + std::to_string(positional_.size()));
+    if (!problems_) return true;
     const Command* c = Find(command);
     std::fprintf(stderr, "tov %s: %s\nusage: tov %s %s\n", command, error_.c_str(), command,
                  c ? c->synopsis : "");

@@ -8,42 +8,46 @@
 namespace tov {
 namespace {
 
-enum class Kind { Unknown, Bmp };
+constexpr DWORD kUnknownFormat = 0xFFFFFFFFu;
 
-Kind KindOf(const std::string& path) {
+// The extensions the library's file functions keep as they are: another
+// one would get the format's extension added to the name.
+DWORD FormatOf(const std::string& path) {
     size_t dot = path.rfind('.');
     size_t slash = path.rfind('/');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return Kind::Unknown;
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return kUnknownFormat;
     std::string ext = path.substr(dot + 1);
     std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
-    if (ext == "bmp") return Kind::Bmp;
-    return Kind::Unknown;
+    if (ext == "bmp") return tovFormatBMP;
+    if (ext == "jpg") return tovFormatJPG;
+    if (ext == "png") return tovFormatPNG;
+    return kUnknownFormat;
 }
 
 std::string Unsupported(const std::string& path) {
-    return path + ": unknown picture type (use .bmp)";
+    return path + ": unknown picture type (use .bmp, .jpg or .png)";
 }
 
 }  // namespace
 
 HDIB LoadPicture(const std::string& path, std::string* error) {
-    std::u16string name = Wide(path);
-    HDIB hdib = nullptr;
-    switch (KindOf(path)) {
-    case Kind::Bmp: hdib = tovLoadBMP(name.c_str()); break;
-    case Kind::Unknown: *error = Unsupported(path); return nullptr;
+    DWORD format = FormatOf(path);
+    if (format == kUnknownFormat) {
+        *error = Unsupported(path);
+        return nullptr;
     }
+    HDIB hdib = tovLoad(Wide(path).c_str(), format);
     if (!hdib) *error = path + ": cannot be read as a picture";
     return hdib;
 }
 
-DWORD SavePicture(HDIB hdib, const std::string& path, DWORD /*quality*/, std::string* error) {
-    std::u16string name = Wide(path);
-    DWORD result = tovErrorUnknown;
-    switch (KindOf(path)) {
-    case Kind::Bmp: result = tovSaveBMP(hdib, name.c_str()); break;
-    case Kind::Unknown: *error = Unsupported(path); return DibErrorInvalidParm;
+DWORD SavePicture(HDIB hdib, const std::string& path, DWORD quality, std::string* error) {
+    DWORD format = FormatOf(path);
+    if (format == kUnknownFormat) {
+        *error = Unsupported(path);
+        return DibErrorInvalidParm;
     }
+    DWORD result = tovSave(hdib, Wide(path).c_str(), format, quality);
     if (result != tovOk) *error = path + ": cannot be written: " + ResultText(result);
     return result;
 }
