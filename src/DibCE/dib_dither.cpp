@@ -58,39 +58,49 @@ void BuildShares(ShareTables& t) {
     }
 }
 
-// One row: the scan over columns 1 .. width-2 in the row's direction, then
-// every column through the quantiser into the output. The value ahead is
-// carried in a register rather than re-read from the row.
+// One row. The scan runs over columns 1 .. width-2 in the row's direction;
+// within it a column's error share for the next row is complete once the
+// pixel after it is done: 1/16 from the pixel before, 5/16 from its own,
+// 3/16 from the pixel after (the table was cleared). The scan so keeps the
+// shares in registers and stores each column once, and writes a scanned
+// pixel straight out as its quantised value, which the quantiser keeps.
+// The two columns outside the scan go through the quantiser at the end.
 template <class Q>
-inline void DitherRow(const ShareTables& t, int32_t* imagerow, int32_t* errordata, BYTE* out,
+inline void DitherRow(const ShareTables& t, const int32_t* imagerow, int32_t* errordata, BYTE* out,
                       LONG width, bool leftToRight) {
-    if (width > 2) {
-        const LONG step = leftToRight ? 1 : -1;
-        LONG x = leftToRight ? 1 : width - 2;
-        int32_t v = imagerow[x];
-        for (LONG n = width - 2; n > 0; --n, x += step) {
-            const LONG ahead = x + step;
-            const LONG behind = x - step;
-            const uint32_t i = (uint32_t)(v + kReach);
-            if (i < (uint32_t)kSpan) {
-                imagerow[x] = t.q[i];
-                v = imagerow[ahead] + t.s7[i];
-                errordata[behind] += t.s3[i];
-                errordata[x] += t.s5[i];
-                errordata[ahead] += t.s1[i];
-            } else {
-                const int32_t q = Q::Quantise(v);
-                const int32_t e = v - q;
-                imagerow[x] = q;
-                v = imagerow[ahead] + Div16(e * 7);
-                errordata[behind] += Div16(e * 3);
-                errordata[x] += Div16(e * 5);
-                errordata[ahead] += Div16(e);
-            }
-        }
-        imagerow[x] = v; // the column after the scan keeps what reached it
+    if (width <= 2) {
+        memset(errordata, 0, sizeof(int32_t) * (size_t)width);
+        for (LONG x = 0; x < width; ++x) out[x] = (BYTE)Q::Quantise(imagerow[x]);
+        return;
     }
-    for (LONG x = 0; x < width; ++x) out[x] = (BYTE)Q::Quantise(imagerow[x]);
+    const LONG step = leftToRight ? 1 : -1;
+    const LONG first = leftToRight ? 1 : width - 2;
+    LONG x = first;
+    int32_t v = imagerow[x];
+    int32_t pendBehind = 0; // share of the column behind, lacking 3/16 of this pixel
+    int32_t pendHere = 0;   // share of this column so far
+    for (LONG n = width - 2; n > 0; --n, x += step) {
+        const LONG ahead = x + step;
+        const uint32_t i = (uint32_t)(v + kReach);
+        int32_t q, s7, s3, s5, s1;
+        if (i < (uint32_t)kSpan) {
+            q = t.q[i], s7 = t.s7[i], s3 = t.s3[i], s5 = t.s5[i], s1 = t.s1[i];
+        } else {
+            q = Q::Quantise(v);
+            const int32_t e = v - q;
+            s7 = Div16(e * 7), s3 = Div16(e * 3), s5 = Div16(e * 5), s1 = Div16(e);
+        }
+        out[x] = (BYTE)q;
+        v = imagerow[ahead] + s7;
+        errordata[x - step] = pendBehind + s3;
+        pendBehind = pendHere + s5;
+        pendHere = s1;
+    }
+    // x is now the column after the scan.
+    errordata[x - step] = pendBehind;
+    errordata[x] = pendHere;
+    out[x] = (BYTE)Q::Quantise(v);
+    out[first - step] = (BYTE)Q::Quantise(imagerow[first - step]);
 }
 
 template <class Q>
@@ -124,7 +134,6 @@ DWORD Dither(HDIB hdib, const char16_t* errParm, const char16_t* errRow,
     for (LONG y = 0; y < height; ++y) {
         const BYTE* src = copy->ppRow[y];
         for (LONG x = 0; x < width; ++x) imagerow[x] = (int32_t)src[x] + errordata[x];
-        memset(errordata, 0, rowBytes);
         DitherRow<Q>(tables, imagerow, errordata, hdib->ppRow[y], width, (y & 1) != 0);
     }
     LocalFree(errordata);
