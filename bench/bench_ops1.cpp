@@ -138,18 +138,27 @@ void BM_HistogramStretchLevels(benchmark::State& state) {
 }
 BENCHMARK(BM_HistogramStretchLevels)->Apply(benchutil::Sizes);
 
-// The plain table kernel that processors without byte permutes run.
-void BM_TableRowPortable(benchmark::State& state) {
+// Each way of the table kernel on its own (the point operations take the
+// best one the processor has).
+void BM_TableRow(benchmark::State& state) {
     Picture p(LONG(state.range(0)), LONG(state.range(1)));
     if (!benchutil::Ready(state, p)) return;
     BYTE table[256];
     for (int v = 0; v < 256; ++v) table[v] = BYTE(255 - v);
+    const int way = int(state.range(2));
     const LONG height = LONG(state.range(1));
+    if (!DibTableRow8With(way, table, p.get()->ppRow[0], 0)) {
+        state.SkipWithError("not on this processor");
+        return;
+    }
     for (auto _ : state)
-        for (LONG y = 0; y < height; ++y) DibTableRow8Portable(table, p.get()->ppRow[y], size_t(state.range(0)));
+        for (LONG y = 0; y < height; ++y) DibTableRow8With(way, table, p.get()->ppRow[y], size_t(state.range(0)));
     benchutil::ReportRate(state, p.pixels());
 }
-BENCHMARK(BM_TableRowPortable)->Apply(benchutil::Sizes);
+BENCHMARK(BM_TableRow)
+    ->ArgsProduct({{640}, {480}, {DIB_TABLE_PORTABLE, DIB_TABLE_AVX2, DIB_TABLE_VBMI}})
+    ->ArgNames({"w", "h", "way"})
+    ->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 

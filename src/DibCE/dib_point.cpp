@@ -16,12 +16,14 @@
 
 #if defined(__x86_64__) && defined(__GNUC__)
 #include <immintrin.h>
-#define DIB_HAVE_VBMI_PATH 1
+#define DIB_HAVE_X86_PATHS 1
 #endif
 
 /* ---- the 8-bit table kernel ------------------------------------------------ */
 
-extern "C" void DibTableRow8Portable(const BYTE* table, BYTE* row, size_t n) {
+namespace {
+
+void TableRowPortable(const BYTE* table, BYTE* row, size_t n) {
     size_t i = 0;
     // Eight pixels a load and a store: the lookups are independent.
     for (; i + 8 <= n; i += 8) {
@@ -34,10 +36,33 @@ extern "C" void DibTableRow8Portable(const BYTE* table, BYTE* row, size_t n) {
     for (; i < n; ++i) row[i] = table[row[i]];
 }
 
-#ifdef DIB_HAVE_VBMI_PATH
+#ifdef DIB_HAVE_X86_PATHS
+// Sixteen shuffles of 16 entries each. For slice k the index is the pixel
+// minus 16k, wrapped; adding 0x70 with unsigned saturation keeps 0..15 below
+// 0x80 and pushes everything else to 0x80 and above, which the shuffle
+// turns into 0. So exactly one slice contributes to each pixel.
+__attribute__((target("avx2")))
+void TableRowAvx2(const BYTE* table, BYTE* row, size_t n) {
+    __m256i slice[16];
+    for (int k = 0; k < 16; ++k)
+        slice[k] = _mm256_broadcastsi128_si256(_mm_loadu_si128((const __m128i*)(table + 16 * k)));
+    const __m256i step = _mm256_set1_epi8(16), lift = _mm256_set1_epi8(0x70);
+    size_t i = 0;
+    for (; i + 32 <= n; i += 32) {
+        __m256i index = _mm256_loadu_si256((const __m256i*)(row + i));
+        __m256i r = _mm256_setzero_si256();
+        for (int k = 0; k < 16; ++k) {
+            r = _mm256_or_si256(r, _mm256_shuffle_epi8(slice[k], _mm256_adds_epu8(index, lift)));
+            index = _mm256_sub_epi8(index, step);
+        }
+        _mm256_storeu_si256((__m256i*)(row + i), r);
+    }
+    TableRowPortable(table, row + i, n - i);
+}
+
 // Two 128-entry byte permutes cover the table; bit 7 of the pixel picks one.
 __attribute__((target("avx512f,avx512bw,avx512vbmi")))
-static void TableRow8Vbmi(const BYTE* table, BYTE* row, size_t n) {
+void TableRowVbmi(const BYTE* table, BYTE* row, size_t n) {
     const __m512i t0 = _mm512_loadu_si512(table);
     const __m512i t1 = _mm512_loadu_si512(table + 64);
     const __m512i t2 = _mm512_loadu_si512(table + 128);
@@ -59,14 +84,35 @@ static void TableRow8Vbmi(const BYTE* table, BYTE* row, size_t n) {
 }
 #endif
 
-extern "C" void DibTableRow8(const BYTE* table, BYTE* row, size_t n) {
-#ifdef DIB_HAVE_VBMI_PATH
-    if (__builtin_cpu_supports("avx512vbmi")) {
-        TableRow8Vbmi(table, row, n);
-        return;
-    }
+bool HaveWay(int way) {
+    switch (way) {
+    case DIB_TABLE_PORTABLE: return true;
+#ifdef DIB_HAVE_X86_PATHS
+    case DIB_TABLE_AVX2: return __builtin_cpu_supports("avx2");
+    case DIB_TABLE_VBMI: return __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512bw");
 #endif
-    DibTableRow8Portable(table, row, n);
+    default: return false;
+    }
+}
+
+}  // namespace
+
+extern "C" BOOL DibTableRow8With(int way, const BYTE* table, BYTE* row, size_t n) {
+    if (!HaveWay(way)) return FALSE;
+    switch (way) {
+#ifdef DIB_HAVE_X86_PATHS
+    case DIB_TABLE_AVX2: TableRowAvx2(table, row, n); break;
+    case DIB_TABLE_VBMI: TableRowVbmi(table, row, n); break;
+#endif
+    default: TableRowPortable(table, row, n); break;
+    }
+    return TRUE;
+}
+
+extern "C" void DibTableRow8(const BYTE* table, BYTE* row, size_t n) {
+    for (int way = DIB_TABLE_WAYS - 1; way > DIB_TABLE_PORTABLE; --way)
+        if (DibTableRow8With(way, table, row, n)) return;
+    TableRowPortable(table, row, n);
 }
 
 /* ---- mapping a bitmap through a table of new values ---------------------- */

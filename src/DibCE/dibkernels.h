@@ -16,8 +16,16 @@ extern "C" {
 /* row[i] = table[row[i]] for i < n, by the fastest way this processor has
  * (dib_point.cpp). */
 void DibTableRow8(const BYTE* table, BYTE* row, size_t n);
-/* The same in plain code, for every processor. */
-void DibTableRow8Portable(const BYTE* table, BYTE* row, size_t n);
+
+/* The ways of DibTableRow8, for tests and benchmarks. */
+enum {
+    DIB_TABLE_PORTABLE = 0, /* plain code, every processor */
+    DIB_TABLE_AVX2 = 1,     /* sixteen 16-byte shuffles */
+    DIB_TABLE_VBMI = 2,     /* two 128-byte permutes (AVX-512 VBMI) */
+    DIB_TABLE_WAYS = 3
+};
+/* Runs one way; FALSE, with nothing done, when this processor lacks it. */
+BOOL DibTableRow8With(int way, const BYTE* table, BYTE* row, size_t n);
 
 /* Adds the first width bytes of each of the height rows to counters[256]
  * (dib_histogram.cpp). */
