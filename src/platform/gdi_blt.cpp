@@ -68,6 +68,9 @@ public:
             for (DWORD v = 0; v < (1u << src.bpp); ++v) table_[v] = GdiColourToRaw(dst, GdiRawToColour(src, v));
         }
     }
+    bool Identity() const { return identity_; }
+    // The translation of every value of a source of 8 bits or fewer, else null.
+    const DWORD* Table() const { return !identity_ && src_.bpp <= 8 ? table_ : nullptr; }
     DWORD operator()(DWORD raw) {
         if (identity_) return raw;
         if (src_.bpp <= 8) return table_[raw];
@@ -94,10 +97,19 @@ struct Scratch {
     int32_t* cols = nullptr;
     int32_t* rows = nullptr;
     BYTE* copy = nullptr;
+    uint32_t* source = nullptr;  // a row of source values, converted
+    uint32_t* dest = nullptr;    // a row of destination values
+    Converter* convert = nullptr;
     ~Scratch() {
         PlatFree(cols);
         PlatFree(rows);
         PlatFree(copy);
+        PlatFree(source);
+        PlatFree(dest);
+        if (convert) {
+            convert->~Converter();
+            PlatFree(convert);
+        }
     }
 };
 
@@ -162,50 +174,88 @@ BOOL Blit(HDC dest, int x, int y, int width, int height, HDC src, int sx, int sy
         for (int64_t k = 0; k < nrows; ++k) scratch.rows[k] = 0;
     }
 
+    // Mapped columns and rows whose source lies on its surface form one run
+    // each, since the mapping is monotonic: find the runs.
+    int64_t c0 = 0, c1 = ncols, r0 = 0, r1 = nrows;
+    while (c0 < c1 && scratch.cols[c0] < 0) ++c0;
+    while (c1 > c0 && scratch.cols[c1 - 1] < 0) --c1;
+    while (r0 < r1 && scratch.rows[r0] < 0) ++r0;
+    while (r1 > r0 && scratch.rows[r1 - 1] < 0) --r1;
+    if (c0 >= c1 || r0 >= r1) return TRUE;
+    const int64_t n = c1 - c0;
+    const int32_t* cols = scratch.cols + c0;
+    const int64_t xFirst = col0 + c0;
     const int bpp = ds.bpp;
-    // The unused top byte of 32-bit pixels is no colour: operations keep it.
-    const uint32_t mask = bpp == 32 ? 0x00FFFFFFu : ((1u << bpp) - 1u);
-    const uint32_t keep = bpp == 32 ? 0xFF000000u : 0u;
-    const uint32_t pattern = GdiColourToRaw(ds, d->brushColour);
-    const GdiRopFn fn = GdiRopFunction(rop8);
-    const bool plainCopy = rop8 == 0xCC && SameTable(ss, ds) && bpp >= 8;
 
-    Converter* convert = nullptr;
-    if (usesSource && !plainCopy) {
-        convert = static_cast<Converter*>(PlatAlloc(sizeof(Converter), false));
-        if (!convert) {
-            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-            return FALSE;
-        }
-        new (convert) Converter(ss, ds);
-    }
-
-    for (int64_t r = 0; r < nrows; ++r) {
-        int32_t srow = scratch.rows[r];
-        if (srow < 0) continue;
-        BYTE* drow = ds.Row(LONG(row0 + r));
-        const BYTE* sline = usesSource ? ss.Row(srow) : nullptr;
-        if (plainCopy) {
-            const int bytes = bpp / 8;
-            for (int64_t c = 0; c < ncols; ++c) {
-                int32_t scol = scratch.cols[c];
-                if (scol >= 0)
-                    std::memcpy(drow + (col0 + c) * bytes, sline + int64_t(scol) * bytes, size_t(bytes));
+    // Same layout and SRCCOPY: bytes move as they are.
+    if (rop8 == 0xCC && SameTable(ss, ds) && bpp >= 8) {
+        const int bytes = bpp / 8;
+        const bool straight = cols[n - 1] - cols[0] == n - 1;
+        for (int64_t r = r0; r < r1; ++r) {
+            BYTE* drow = ds.Row(LONG(row0 + r)) + xFirst * bytes;
+            const BYTE* sline = ss.Row(scratch.rows[r]);
+            if (straight) {
+                std::memmove(drow, sline + int64_t(cols[0]) * bytes, size_t(n * bytes));
+                continue;
             }
-            continue;
+            for (int64_t c = 0; c < n; ++c)
+                std::memcpy(drow + c * bytes, sline + int64_t(cols[c]) * bytes, size_t(bytes));
         }
-        for (int64_t c = 0; c < ncols; ++c) {
-            int32_t scol = scratch.cols[c];
-            if (scol < 0) continue;
-            LONG xd = LONG(col0 + c);
-            uint32_t sv = usesSource ? (*convert)(GdiGetRaw(sline, scol, ss.bpp)) : 0;
-            uint32_t dv = GdiGetRaw(drow, xd, bpp);
-            GdiPutRaw(drow, xd, bpp, (fn(pattern, sv, dv) & mask) | (dv & keep));
-        }
+        return TRUE;
     }
-    if (convert) {
-        convert->~Converter();
-        PlatFree(convert);
+
+    scratch.source = static_cast<uint32_t*>(PlatAlloc(size_t(n) * sizeof(uint32_t), true));
+    scratch.dest = static_cast<uint32_t*>(PlatAlloc(size_t(n) * sizeof(uint32_t), false));
+    if (usesSource) {
+        scratch.convert = static_cast<Converter*>(PlatAlloc(sizeof(Converter), false));
+        if (scratch.convert) new (scratch.convert) Converter(ss, ds);
+    }
+    if (!scratch.source || !scratch.dest || (usesSource && !scratch.convert)) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return FALSE;
+    }
+    uint32_t* sv = scratch.source;
+    uint32_t* dv = scratch.dest;
+    Converter* convert = scratch.convert;
+    const uint32_t pattern = GdiColourToRaw(ds, d->brushColour);
+    const GdiRopRowFn combine = GdiRopRowFunction(rop8);
+
+    for (int64_t r = r0; r < r1; ++r) {
+        BYTE* drow = ds.Row(LONG(row0 + r));
+        if (usesSource) {
+            const BYTE* sline = ss.Row(scratch.rows[r]);
+            if (ss.bpp == 8) {
+                for (int64_t c = 0; c < n; ++c) sv[c] = sline[cols[c]];
+            } else {
+                for (int64_t c = 0; c < n; ++c) sv[c] = GdiGetRaw(sline, cols[c], ss.bpp);
+            }
+            if (const DWORD* table = convert->Table()) {
+                for (int64_t c = 0; c < n; ++c) sv[c] = table[sv[c]];
+            } else if (!convert->Identity()) {
+                for (int64_t c = 0; c < n; ++c) sv[c] = (*convert)(sv[c]);
+            }
+        }
+        if (bpp == 8) {
+            for (int64_t c = 0; c < n; ++c) dv[c] = drow[xFirst + c];
+        } else if (bpp == 32) {
+            std::memcpy(dv, drow + 4 * xFirst, size_t(n) * 4);  // little-endian words
+        } else {
+            for (int64_t c = 0; c < n; ++c) dv[c] = GdiGetRaw(drow, LONG(xFirst + c), bpp);
+        }
+        combine(pattern, sv, dv, size_t(n));
+        if (bpp == 8) {
+            for (int64_t c = 0; c < n; ++c) drow[xFirst + c] = BYTE(dv[c]);
+        } else if (bpp == 32) {
+            // The unused top byte of 32-bit pixels is no colour: operations keep it.
+            for (int64_t c = 0; c < n; ++c) {
+                BYTE* px = drow + 4 * (xFirst + c);
+                px[0] = BYTE(dv[c]);
+                px[1] = BYTE(dv[c] >> 8);
+                px[2] = BYTE(dv[c] >> 16);
+            }
+        } else {
+            for (int64_t c = 0; c < n; ++c) GdiPutRaw(drow, LONG(xFirst + c), bpp, dv[c]);
+        }
     }
     return TRUE;
 }

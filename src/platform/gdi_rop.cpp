@@ -119,15 +119,26 @@ uint32_t Rop(uint32_t p, uint32_t s, uint32_t d) {
     return result;
 }
 
+// A row at a time: one call a row, and a loop the compiler can vectorise.
+template <unsigned R>
+void RopRow(uint32_t p, const uint32_t* s, uint32_t* d, size_t n) {
+    for (size_t i = 0; i < n; ++i) d[i] = Rop<R>(p, s[i], d[i]);
+}
+
 template <std::size_t... I>
 constexpr std::array<GdiRopFn, 256> MakeRopTable(std::index_sequence<I...>) {
     return {{&Rop<unsigned(I)>...}};
 }
 
-}  // namespace
+template <std::size_t... I>
+constexpr std::array<GdiRopRowFn, 256> MakeRopRowTable(std::index_sequence<I...>) {
+    return {{&RopRow<unsigned(I)>...}};
+}
 
-namespace {
 constexpr std::array<GdiRopFn, 256> kRopTable = MakeRopTable(std::make_index_sequence<256>());
+constexpr std::array<GdiRopRowFn, 256> kRopRowTable = MakeRopRowTable(std::make_index_sequence<256>());
+
 }  // namespace
 
 GdiRopFn GdiRopFunction(uint32_t rop8) { return kRopTable[rop8 & 255u]; }
+GdiRopRowFn GdiRopRowFunction(uint32_t rop8) { return kRopRowTable[rop8 & 255u]; }

@@ -92,6 +92,9 @@ DWORD GdiNearestIndex(const RGBQUAD* table, DWORD count, COLORREF colour);
 // rop8 is bits 16 to 23 of a raster-operation code.
 typedef uint32_t (*GdiRopFn)(uint32_t p, uint32_t s, uint32_t d);
 GdiRopFn GdiRopFunction(uint32_t rop8);
+// The same over a row: d[i] = op(p, s[i], d[i]).
+typedef void (*GdiRopRowFn)(uint32_t p, const uint32_t* s, uint32_t* d, size_t n);
+GdiRopRowFn GdiRopRowFunction(uint32_t rop8);
 inline bool GdiRopUsesSource(uint32_t rop8) { return (((rop8 >> 2) ^ rop8) & 0x33u) != 0; }
 inline bool GdiRopUsesPattern(uint32_t rop8) { return (((rop8 >> 4) ^ rop8) & 0x0Fu) != 0; }
 
