@@ -47,7 +47,7 @@ DWORD tovInfinityFilter(HDIB hdib) {
 }
 
 DWORD tovThreshold(HDIB hdib, DWORD threshold) {
-    DebugTrace(DIB_LEVEL_FRAME, u">tovThreshold(%lld,%u)\r\n", TRACE_PTR(hdib), threshold);
+    DebugTrace(DIB_LEVEL_FRAME, u">tovThreshold(%lld,%d)\r\n", TRACE_PTR(hdib), (int)threshold);
     if (threshold > DIB_THRESHOLD_MAX) return DibErrorInvalidParm;
     return Leave(u"<tovThreshold()=tovOk\r\n", u"<tovThreshold()=%d (error)\r\n",
                  DibThreshold(hdib, threshold));
@@ -66,14 +66,14 @@ DWORD tovFlipVertical(HDIB hdib) {
 }
 
 DWORD tovCrop(HDIB hdib, DWORD x, DWORD y, DWORD width, DWORD height) {
-    DebugTrace(DIB_LEVEL_FRAME, u">tovCrop(%lld,%u,%u,%u,%u)\r\n", TRACE_PTR(hdib), x, y, width,
-               height);
+    DebugTrace(DIB_LEVEL_FRAME, u">tovCrop(%lld,%d,%d,%d,%d)\r\n", TRACE_PTR(hdib), (int)x, (int)y,
+               (int)width, (int)height);
     return Leave(u"<tovCrop()=tovOk\r\n", u"<tovCrop()=%d (error)\r\n",
                  DibCrop(hdib, x, y, width, height));
 }
 
 DWORD tovScale(HDIB hdib, DWORD percent) {
-    DebugTrace(DIB_LEVEL_FRAME, u">tovScale(%lld,%u)\r\n", TRACE_PTR(hdib), percent);
+    DebugTrace(DIB_LEVEL_FRAME, u">tovScale(%lld,%d)\r\n", TRACE_PTR(hdib), (int)percent);
     if (percent < DIB_SCALE_MIN || percent > DIB_SCALE_MAX) return DibErrorInvalidParm;
     return Leave(u"<tovScale()=tovOk\r\n", u"<tovScale()=%d (error)\r\n", DibScale(hdib, percent));
 }
