@@ -62,7 +62,7 @@ const Operation kOperations[] = {
      Contrast},
     {"invert", "", "turns every level into its opposite", 0, 0, 0, 0, Invert},
     {"gamma", "G", "gamma correction, G from 0.1 to 10.0", 1, 1, 0, 0, Gamma},
-    {"stretch", "[LOW,HIGH,MODE]",
+    {"stretch", "[=LOW,HIGH,MODE]",
      "histogram stretch; alone: 2% cut at both ends; MODE 0: LOW <= HIGH levels 0-255, "
      "MODE 1: LOW <= HIGH percent 0-100",
      0, 3, 0, 255, Stretch},
@@ -73,10 +73,10 @@ const Operation kOperations[] = {
     {"kernel", "ROWS,COLS,DIV,BIAS,W1,...",
      "convolution with ROWS x COLS weights (half size below the picture's), DIV not 0", 4,
      4 + (size_t)kMaxKernelEntries, LONG_MIN, LONG_MAX, Kernel},
-    {"average", "", "3x3 mean", 0, 0, 0, 0, Average},
-    {"sharpen", "L", "3x3 sharpening, L from 9 (strongest) to 32", 1, 1, 9, 32, Sharpen},
-    {"infinity", "", "9x9 detail enhancement (needs 5 rows and columns)", 0, 0, 0, 0, Infinity},
-    {"threshold", "T", "5x5 local-contrast decision, T from 1 to 255; 0: grey high-pass", 1, 1, 0,
+    {"average", "", "3x3 mean (pictures of 2x2 and more)", 0, 0, 0, 0, Average},
+    {"sharpen", "L", "3x3 sharpening, L from 9 (strongest) to 32 (2x2 and more)", 1, 1, 9, 32, Sharpen},
+    {"infinity", "", "9x9 detail enhancement (pictures of 7x5 and more)", 0, 0, 0, 0, Infinity},
+    {"threshold", "T", "5x5 local-contrast decision, T from 1 to 255; 0: grey high-pass (3x3 and more)", 1, 1, 0,
      255, Threshold},
     {"fliphorizontal", "", "turns the picture upside down", 0, 0, 0, 0, UpsideDown},
     {"flipvertical", "", "mirrors the picture left to right", 0, 0, 0, 0, Mirror},
@@ -84,7 +84,7 @@ const Operation kOperations[] = {
      UINT32_MAX, Crop},
     {"scale", "P", "shrinks to P percent, P from 5 to 100, nearest pixel", 1, 1, 5, 100, Scale},
     {"dither2", "", "error diffusion to levels 0 and 255 (8 bits, 256 colours)", 0, 0, 0, 0, Dither2},
-    {"dither16", "", "error diffusion to levels 0, 16 ... 240, 255 (8 bits)", 0, 0, 0, 0, Dither16},
+    {"dither16", "", "error diffusion to levels 0, 16 ... 240, 255 (8 bits, 256 colours)", 0, 0, 0, 0, Dither16},
 };
 
 std::string UsageText() {
@@ -93,7 +93,7 @@ std::string UsageText() {
         std::string head = op.name;
         if (*op.args) head += std::string(op.args[0] == '[' ? "" : "=") + op.args;
         char line[400];
-        std::snprintf(line, sizeof line, "  %-28s %s\n", head.c_str(), op.summary);
+        std::snprintf(line, sizeof line, "  %-32s %s\n", head.c_str(), op.summary);
         text += line;
     }
     return text;
