@@ -157,18 +157,24 @@ TEST(Convolution, CallerKernelsMatchReference) {
     const LONG biases[] = {0, 128, -300, INT_MAX, INT_MIN, 77};
     const LONG thresholds[] = {0, 0, 0, 1, 128, 255, -5, 1000};
     int cases = 0;
-    for (int round = 0; round < 600; ++round) {
+    for (int round = 0; round < 900; ++round) {
         const LONG w = (LONG)(1 + rng() % 24), h = (LONG)(1 + rng() % 14);
         const LONG rows = (LONG)(rng() % 8), cols = (LONG)(rng() % 8);
-        const int mode = (int)(rng() % 4);  // small, large, symmetric small, symmetric large
+        // Weights: small (16-bit sums), large (sums that overflow), or medium
+        // (sums near 2^24, where the float division stops being used); each
+        // also mirror symmetric.
+        const int mode = (int)(rng() % 6);
+        const bool large = mode == 1 || mode == 3, medium = mode >= 4;
+        const bool symmetric = mode == 2 || mode == 3 || mode == 5;
         std::vector<LONG> k((size_t)rows * cols + 1);
         for (LONG y = 0; y < rows; ++y)
             for (LONG x = 0; x < cols; ++x) {
-                LONG v = (mode & 1) ? (LONG)rng() : (LONG)(rng() % 9) - 4;
-                if ((mode & 1) && rng() % 3 == 0) v = (LONG)(rng() % 2001) - 1000;
+                LONG v = large ? (LONG)rng() : (LONG)(rng() % 9) - 4;
+                if (large && rng() % 3 == 0) v = (LONG)(rng() % 2001) - 1000;
+                if (medium) v = (LONG)(rng() % 14601) - 7300;
                 k[(size_t)y * cols + x] = v;
             }
-        if (mode >= 2) {  // mirror about both axes
+        if (symmetric) {  // mirror about both axes
             for (LONG y = 0; y < rows; ++y)
                 for (LONG x = 0; x < cols; ++x) {
                     const LONG sy = y < rows - 1 - y ? y : rows - 1 - y;
@@ -194,7 +200,7 @@ TEST(Convolution, CallerKernelsMatchReference) {
         if (HasFatalFailure()) return;
         ++cases;
     }
-    EXPECT_EQ(cases, 600);
+    EXPECT_EQ(cases, 900);
 }
 
 TEST(Convolution, KnownValues) {
