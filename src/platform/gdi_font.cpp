@@ -157,9 +157,12 @@ bool GdiFontLoad(GdiFont* font, const LOGFONTW* lf) {
     const FT_Size_Metrics& m = face->size->metrics;
     if (height >= 0) {
         // A cell height is kept exactly, as the device does: lines are that
-        // far apart and the baseline sits at the scaled ascender, rounded.
+        // far apart. The descender gets its whole pixels below the baseline,
+        // since hinting rounds descenders down; the ascender has spare room
+        // for accents, so what rounding takes comes off the top.
         font->lineHeight = height == 0 ? 16 : int(height);
-        font->ascent = int((FT_MulFix(face->ascender, m.y_scale) + 32) >> 6);
+        const int descent = int((-FT_MulFix(face->descender, m.y_scale) + 63) >> 6);
+        font->ascent = font->lineHeight - descent;
     } else {
         font->ascent = int((m.ascender + 63) >> 6);
         font->lineHeight = font->ascent + int((-m.descender + 63) >> 6);
