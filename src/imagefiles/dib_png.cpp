@@ -132,10 +132,10 @@ DWORD DibPNGSave(const WCHAR* filename, HDIB hdib) {
                  PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
     // zlib sets the speed of a save. Level 1 with run-length matching and
     // libpng's own filter choice (adaptive at 8 bits, none below) writes
-    // files as small as the default level 6 on camera frames and printed
-    // pages at about 2.5 times the speed; the SUB filter alone would be
-    // faster still but about 10% larger, and these files go to flash and
-    // over slow links. bench/bench_files.cpp measures it.
+    // files no larger than libpng's default (level 6) at 2.5 to 10 times its
+    // speed, the more so the noisier the frame; the SUB filter alone is
+    // about twice as fast again but its files are 10% larger, and these go
+    // to flash and over slow links. bench/bench_files.cpp measures all three.
     png_set_compression_level(png_ptr, 1);
     png_set_compression_strategy(png_ptr, Z_RLE);
     png_write_info(png_ptr, info_ptr);
