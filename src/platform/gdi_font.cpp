@@ -161,7 +161,8 @@ bool GdiFontLoad(GdiFont* font, const LOGFONTW* lf) {
         // since hinting rounds descenders down; the ascender has spare room
         // for accents, so what rounding takes comes off the top.
         font->lineHeight = height == 0 ? 16 : int(height);
-        const int descent = int((-FT_MulFix(face->descender, m.y_scale) + 63) >> 6);
+        // (An eighth of a pixel over a whole one is no reason for another row.)
+        const int descent = int((-FT_MulFix(face->descender, m.y_scale) + 63 - 8) >> 6);
         font->ascent = font->lineHeight - descent;
     } else {
         font->ascent = int((m.ascender + 63) >> 6);

@@ -144,6 +144,24 @@ TEST(Fonts, AlignsEachLineInTheRectangle) {
     }
 }
 
+// Descenders and capitals stay inside the cell of a positive height, so a
+// box of exactly the measured size cuts nothing off.
+TEST(Fonts, GlyphsStayInsideTheirCell) {
+    for (LONG height = 10; height <= 72; height += 3) {
+        Canvas c(600, 200, 8);
+        c.Fill(0x80);
+        FontScope f(c.dc, Font(height, 600));
+        SetBkMode(c.dc, TRANSPARENT);
+        RECT r{10, 50, 590, 50 + height};
+        ASSERT_EQ(DrawTextW(c.dc, u"gjpqy Abdfhkl|", -1, &r, DT_LEFT | DT_NOCLIP), height);
+        for (LONG y = 0; y < 200; ++y)
+            for (LONG x = 0; x < 600; ++x)
+                if (c.Get(x, y) != 0x80u) {
+                    ASSERT_TRUE(y >= 50 && y < 50 + height) << height << " row " << y;
+                }
+    }
+}
+
 TEST(Fonts, ClipsToTheRectangleUnlessAskedNotTo) {
     Canvas c(200, 40, 8);
     FontScope f(c.dc, Font(20, 600));
