@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <jerror.h>
 #include <jpeglib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -196,7 +197,9 @@ TEST(Jpeg, BadNamesAndMediaGiveTheirCodes) {
         {"overlong name", longName.c_str(), tovErrorBadFileName},
         {"missing directory", u"no/such/dir/pic", DibErrorFileCreation},
         {"full medium", u"full", DibErrorUnknown},
+        {"a directory", u"folder.jpg", DibErrorFileCreation},
     };
+    ASSERT_EQ(mkdir("folder.jpg", 0755), 0);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         EXPECT_EQ(tovSaveJPG(h, c.name, 80), c.expected);
@@ -304,4 +307,24 @@ TEST(Jpeg, TraceLines) {
     EXPECT_EQ(at, want.size()) << "missing, in order: " << (at < want.size() ? want[at] : "");
     DibUnload(back);
     DibUnload(h);
+}
+
+// A frame header beyond the bitmap core's limits is refused before libjpeg
+// or the library allocate for the picture.
+TEST(Jpeg, HugeHeadersAreRefusedBeforeAllocation) {
+    tovtest::ScratchDir dir;
+    std::string bytes = tovtest::ReadFileBytes(SampleDir() + "/hopper_gray.jpg");
+    size_t sof = bytes.find("\xFF\xC0");
+    ASSERT_NE(sof, std::string::npos);
+    LeakGuard guard;
+    for (unsigned side : {65000u, 65500u}) {
+        SCOPED_TRACE(side);
+        std::string huge = bytes;
+        huge[sof + 5] = huge[sof + 7] = char(side >> 8);  // height and width
+        huge[sof + 6] = huge[sof + 8] = char(side & 0xFF);
+        WriteBytes("huge.jpg", huge);
+        long allocations = PlatAllocationCount();
+        EXPECT_EQ(tovLoadJPG(u"huge.jpg"), nullptr);
+        EXPECT_LT(PlatAllocationCount() - allocations, 10);
+    }
 }

@@ -5,7 +5,9 @@
 #include "filestest.h"
 
 #include <png.h>
+#include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <cstring>
 #include <set>
@@ -171,7 +173,9 @@ TEST(Png, BadNamesAndMediaGiveTheirCodes) {
         {"no room for the extension", longestName.c_str(), tovErrorBadFileName},
         {"missing directory", u"no/such/dir/pic", DibErrorFileCreation},
         {"full medium", u"full", DibErrorUnknown},
+        {"a directory", u"folder.png", DibErrorFileCreation},
     };
+    ASSERT_EQ(mkdir("folder.png", 0755), 0);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         EXPECT_EQ(tovSavePNG(h, c.name), c.expected);
@@ -351,4 +355,26 @@ TEST(Png, TraceLines) {
     EXPECT_EQ(at, want.size()) << "missing, in order: " << (at < want.size() ? want[at] : "");
     DibUnload(back);
     DibUnload(h);
+}
+
+// Sizes beyond the bitmap core's limits are refused from the header alone,
+// before anything is allocated for the picture.
+TEST(Png, HugeHeadersAreRefusedBeforeAllocation) {
+    tovtest::ScratchDir dir;
+    std::string sound = tovtest::ReadFileBytes(SuiteDir() + "/basn0g08.png");
+    ASSERT_EQ(sound.substr(12, 4), "IHDR");
+    LeakGuard guard;
+    for (uint32_t side : {65537u, 100000u, 0x7FFFFFFFu}) {
+        for (bool wide : {true, false}) {
+            SCOPED_TRACE(testing::Message() << side << (wide ? " wide" : " high"));
+            std::string bytes = sound;
+            for (int i = 0; i < 4; ++i) bytes[(wide ? 16 : 20) + i] = char(side >> (24 - 8 * i));
+            uint32_t crc = uint32_t(crc32(0, reinterpret_cast<const Bytef*>(bytes.data() + 12), 17));
+            for (int i = 0; i < 4; ++i) bytes[29 + i] = char(crc >> (24 - 8 * i));
+            WriteBytes("huge.png", bytes);
+            long allocations = PlatAllocationCount();
+            EXPECT_EQ(tovLoadPNG(u"huge.png"), nullptr);
+            EXPECT_LT(PlatAllocationCount() - allocations, 40);  // libpng's own set-up, no picture
+        }
+    }
 }
