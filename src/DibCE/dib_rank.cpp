@@ -17,10 +17,12 @@
 // Columns handled at a time: the strip buffers live on the stack and in L1.
 #define DIB_RANK_STRIP 512
 
-#if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
-#define DIB_KERNEL_CLONES __attribute__((target_clones("avx2", "default")))
-#else
-#define DIB_KERNEL_CLONES
+// The kernels' bodies are inlined into a plain and an AVX2 wrapper, and the
+// processor picks one at run time. (Resolving at load time, as ifunc-based
+// clones do, runs before ThreadSanitizer is ready and crashes it.)
+#if defined(__x86_64__) && defined(__GNUC__)
+#define DIB_HAVE_AVX2_WAY 1
+#define DIB_AVX2 __attribute__((target("avx2")))
 #endif
 #define DIB_INLINE static inline __attribute__((always_inline))
 
@@ -39,8 +41,7 @@ DIB_INLINE BYTE Med3(BYTE a, BYTE b, BYTE c) { return Hi(Lo(a, b), Lo(Hi(a, b), 
 // The value of rank k is the least maximum over the down-closed sets of k + 1
 // cells of that matrix (and, mirrored, the greatest minimum over up-closed
 // sets of 9 - k cells), which gives one small network a rank.
-DIB_KERNEL_CLONES
-static void SelectRank(const BYTE* __restrict L, const BYTE* __restrict M, const BYTE* __restrict H,
+DIB_INLINE void SelectRank(const BYTE* __restrict L, const BYTE* __restrict M, const BYTE* __restrict H,
                        BYTE* __restrict out, size_t n, DWORD rank) {
     switch (rank) {
     case 1:
@@ -95,8 +96,7 @@ static void SelectRank(const BYTE* __restrict L, const BYTE* __restrict M, const
 }
 
 // Sorts the n columns of three: L, M and H get the lowest, middle, highest.
-DIB_KERNEL_CLONES
-static void SortColumns(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
+DIB_INLINE void SortColumns(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
                         BYTE* __restrict L, BYTE* __restrict M, BYTE* __restrict H, size_t n) {
     for (size_t i = 0; i < n; ++i) {
         BYTE lo = Lo(a[i], b[i]), hi = Hi(a[i], b[i]);
@@ -108,8 +108,7 @@ static void SortColumns(const BYTE* __restrict a, const BYTE* __restrict b, cons
 }
 
 // Ranks 0 and 8 need only the extreme of each column.
-DIB_KERNEL_CLONES
-static void ExtremeRow(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
+DIB_INLINE void ExtremeRow(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
                        BYTE* __restrict col, BYTE* __restrict out, size_t n, bool maximum) {
     if (maximum) {
         for (size_t i = 0; i < n + 2; ++i) col[i] = Max3(a[i], b[i], c[i]);
@@ -120,8 +119,8 @@ static void ExtremeRow(const BYTE* __restrict a, const BYTE* __restrict b, const
     }
 }
 
-extern "C" void DibRankRow8(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out, size_t n,
-                            DWORD rank) {
+DIB_INLINE void RankRow(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out, size_t n,
+                        DWORD rank) {
     BYTE L[DIB_RANK_STRIP + 2], M[DIB_RANK_STRIP + 2], H[DIB_RANK_STRIP + 2];
     for (size_t x = 0; x < n; x += DIB_RANK_STRIP) {
         const size_t k = n - x < DIB_RANK_STRIP ? n - x : DIB_RANK_STRIP;
@@ -134,8 +133,28 @@ extern "C" void DibRankRow8(const BYTE* above, const BYTE* middle, const BYTE* b
     }
 }
 
-DIB_KERNEL_CLONES
-static void DespeckleStrip(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
+static void RankRowPlain(const BYTE* a, const BYTE* b, const BYTE* c, BYTE* out, size_t n, DWORD rank) {
+    RankRow(a, b, c, out, n, rank);
+}
+
+#ifdef DIB_HAVE_AVX2_WAY
+DIB_AVX2 static void RankRowAvx2(const BYTE* a, const BYTE* b, const BYTE* c, BYTE* out, size_t n, DWORD rank) {
+    RankRow(a, b, c, out, n, rank);
+}
+#endif
+
+extern "C" void DibRankRow8(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out, size_t n,
+                            DWORD rank) {
+#ifdef DIB_HAVE_AVX2_WAY
+    if (__builtin_cpu_supports("avx2")) {
+        RankRowAvx2(above, middle, below, out, n, rank);
+        return;
+    }
+#endif
+    RankRowPlain(above, middle, below, out, n, rank);
+}
+
+DIB_INLINE void DespeckleStrip(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
                            BYTE* __restrict count, BYTE* __restrict out, size_t n, BYTE background,
                            BYTE threshold) {
     // Column counts of pixels other than the background, each shared by three windows.
@@ -149,15 +168,38 @@ static void DespeckleStrip(const BYTE* __restrict a, const BYTE* __restrict b, c
     }
 }
 
-extern "C" void DibDespeckleRow8(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out,
-                                 size_t n, BYTE background, DWORD threshold) {
+DIB_INLINE void DespeckleRow(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out, size_t n,
+                             BYTE background, BYTE threshold) {
     BYTE count[DIB_RANK_STRIP + 2];
-    // No count reaches 9: any higher threshold acts as 9.
-    const BYTE limit = threshold > 9 ? 9 : (BYTE)threshold;
     for (size_t x = 0; x < n; x += DIB_RANK_STRIP) {
         const size_t k = n - x < DIB_RANK_STRIP ? n - x : DIB_RANK_STRIP;
-        DespeckleStrip(above + x, middle + x, below + x, count, out + x, k, background, limit);
+        DespeckleStrip(above + x, middle + x, below + x, count, out + x, k, background, threshold);
     }
+}
+
+static void DespeckleRowPlain(const BYTE* a, const BYTE* b, const BYTE* c, BYTE* out, size_t n, BYTE background,
+                              BYTE threshold) {
+    DespeckleRow(a, b, c, out, n, background, threshold);
+}
+
+#ifdef DIB_HAVE_AVX2_WAY
+DIB_AVX2 static void DespeckleRowAvx2(const BYTE* a, const BYTE* b, const BYTE* c, BYTE* out, size_t n,
+                                      BYTE background, BYTE threshold) {
+    DespeckleRow(a, b, c, out, n, background, threshold);
+}
+#endif
+
+extern "C" void DibDespeckleRow8(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out,
+                                 size_t n, BYTE background, DWORD threshold) {
+    // No count reaches 9: any higher threshold acts as 9.
+    const BYTE limit = threshold > 9 ? 9 : (BYTE)threshold;
+#ifdef DIB_HAVE_AVX2_WAY
+    if (__builtin_cpu_supports("avx2")) {
+        DespeckleRowAvx2(above, middle, below, out, n, background, limit);
+        return;
+    }
+#endif
+    DespeckleRowPlain(above, middle, below, out, n, background, limit);
 }
 
 /* ---- whole bitmaps ---------------------------------------------------------- */
