@@ -210,7 +210,7 @@ TEST(Png, ForeignAndCutFilesGiveNull) {
     EXPECT_EQ(tovLoadPNG(u"bmp.png"), nullptr);
 }
 
-TEST(Png, DeeperBitmapsAreRefusedWithoutAFile) {
+TEST(Files, DeeperBitmapsAreRefusedWithoutAFile) {
     tovtest::ScratchDir dir;
     LeakGuard guard;
     // A 24-bit bitmap as a BMP file can bring one in.
@@ -224,8 +224,16 @@ TEST(Png, DeeperBitmapsAreRefusedWithoutAFile) {
     info->bmiHeader.biClrUsed = 2;
     HDIB deep = DibCreateFromBitmapInfo(info);
     ASSERT_NE(deep, nullptr);
+    std::vector<BYTE> pixels = StoreBytes(deep);
     EXPECT_EQ(tovSavePNG(deep, u"deep"), DibErrorUnknown);
     EXPECT_FALSE(tovtest::FileExists("deep.png"));
+    // JPEG and the printer need a grey conversion, which has none for it.
+    EXPECT_EQ(tovSaveJPG(deep, u"deep", 80), DibErrorUnknown);
+    EXPECT_FALSE(tovtest::FileExists("deep.jpg"));
+    EXPECT_EQ(tovSavePRN(deep, u"deep.prn", 0, 64, 0), DibErrorUnknown);
+    EXPECT_FALSE(tovtest::FileExists("deep.prn"));
+    EXPECT_EQ(DibBitCount(deep), 24);
+    EXPECT_EQ(StoreBytes(deep), pixels);
     DibUnload(deep);
 }
 
