@@ -310,7 +310,8 @@ TEST(Png, FormatSwitch) {
         }
         DibUnload(back);
     }
-    EXPECT_EQ(tovSave(h, u"pic", 3, 90), DWORD(tovErrorUnknown));
+    EXPECT_EQ(tovSave(h, u"other", 3, 90), DWORD(tovErrorUnknown));
+    for (const char* name : {"other", "other.jpg", "other.png", "other.bmp"}) EXPECT_FALSE(tovtest::FileExists(name));
     EXPECT_EQ(tovSave(h, u"pic", 0xFFFFFFFFu, 90), DWORD(tovErrorUnknown));
     EXPECT_EQ(tovLoad(u"pic", 3), nullptr);
     EXPECT_EQ(tovSave(h, u"pic", tovFormatJPG, 101), DWORD(DibErrorInvalidParm));
