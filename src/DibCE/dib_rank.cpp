@@ -34,6 +34,18 @@ DIB_INLINE BYTE Min3(BYTE a, BYTE b, BYTE c) { return Lo(Lo(a, b), c); }
 DIB_INLINE BYTE Max3(BYTE a, BYTE b, BYTE c) { return Hi(Hi(a, b), c); }
 DIB_INLINE BYTE Med3(BYTE a, BYTE b, BYTE c) { return Hi(Lo(a, b), Lo(Hi(a, b), c)); }
 
+// Runs f(i) for i below n: whole blocks of 32 first, whose fixed length lets
+// the compiler replace them by vector code entirely (so also at -O2), then
+// the rest one by one.
+#define DIB_EACH [&](size_t i) __attribute__((always_inline))
+template <class F>
+DIB_INLINE void ForEach(size_t n, F f) {
+    size_t i = 0;
+    for (; i + 32 <= n; i += 32)
+        for (size_t j = i; j < i + 32; ++j) f(j);
+    for (; i < n; ++i) f(i);
+}
+
 // Ranks from three sorted columns. Sorting the three lowest values (L), the
 // three middle ones (M) and the three highest (H) of the columns gives a
 // 3x3 matrix m, sorted along rows and columns:
@@ -42,53 +54,51 @@ DIB_INLINE BYTE Med3(BYTE a, BYTE b, BYTE c) { return Hi(Lo(a, b), Lo(Hi(a, b), 
 // cells of that matrix (and, mirrored, the greatest minimum over up-closed
 // sets of 9 - k cells), which gives one small network a rank.
 DIB_INLINE void SelectRank(const BYTE* __restrict L, const BYTE* __restrict M, const BYTE* __restrict H,
-                       BYTE* __restrict out, size_t n, DWORD rank) {
+                           BYTE* __restrict out, size_t n, DWORD rank) {
     switch (rank) {
     case 1:
-        for (size_t i = 0; i < n; ++i)
-            out[i] = Lo(Med3(L[i], L[i + 1], L[i + 2]), Min3(M[i], M[i + 1], M[i + 2]));
+        ForEach(n, DIB_EACH { out[i] = Lo(Med3(L[i], L[i + 1], L[i + 2]), Min3(M[i], M[i + 1], M[i + 2])); });
         break;
     case 2:
-        for (size_t i = 0; i < n; ++i) {
+        ForEach(n, DIB_EACH {
             BYTE m01 = Med3(L[i], L[i + 1], L[i + 2]), m02 = Max3(L[i], L[i + 1], L[i + 2]);
             BYTE m10 = Min3(M[i], M[i + 1], M[i + 2]), m20 = Min3(H[i], H[i + 1], H[i + 2]);
             out[i] = Min3(Hi(m01, m10), m02, m20);
-        }
+        });
         break;
     case 3:
-        for (size_t i = 0; i < n; ++i) {
+        ForEach(n, DIB_EACH {
             BYTE m01 = Med3(L[i], L[i + 1], L[i + 2]), m02 = Max3(L[i], L[i + 1], L[i + 2]);
             BYTE m10 = Min3(M[i], M[i + 1], M[i + 2]), m11 = Med3(M[i], M[i + 1], M[i + 2]);
             BYTE m20 = Min3(H[i], H[i + 1], H[i + 2]);
             out[i] = Min3(Hi(m02, m10), m11, Hi(m01, m20));
-        }
+        });
         break;
     case 4:
-        for (size_t i = 0; i < n; ++i) {
+        ForEach(n, DIB_EACH {
             BYTE m02 = Max3(L[i], L[i + 1], L[i + 2]);
             BYTE m11 = Med3(M[i], M[i + 1], M[i + 2]);
             BYTE m20 = Min3(H[i], H[i + 1], H[i + 2]);
             out[i] = Med3(m02, m11, m20);
-        }
+        });
         break;
     case 5:
-        for (size_t i = 0; i < n; ++i) {
+        ForEach(n, DIB_EACH {
             BYTE m02 = Max3(L[i], L[i + 1], L[i + 2]);
             BYTE m11 = Med3(M[i], M[i + 1], M[i + 2]), m12 = Max3(M[i], M[i + 1], M[i + 2]);
             BYTE m20 = Min3(H[i], H[i + 1], H[i + 2]), m21 = Med3(H[i], H[i + 1], H[i + 2]);
             out[i] = Max3(Lo(m20, m12), m11, Lo(m21, m02));
-        }
+        });
         break;
     case 6:
-        for (size_t i = 0; i < n; ++i) {
+        ForEach(n, DIB_EACH {
             BYTE m02 = Max3(L[i], L[i + 1], L[i + 2]), m12 = Max3(M[i], M[i + 1], M[i + 2]);
             BYTE m20 = Min3(H[i], H[i + 1], H[i + 2]), m21 = Med3(H[i], H[i + 1], H[i + 2]);
             out[i] = Max3(Lo(m21, m12), m20, m02);
-        }
+        });
         break;
     case 7:
-        for (size_t i = 0; i < n; ++i)
-            out[i] = Hi(Med3(H[i], H[i + 1], H[i + 2]), Max3(M[i], M[i + 1], M[i + 2]));
+        ForEach(n, DIB_EACH { out[i] = Hi(Med3(H[i], H[i + 1], H[i + 2]), Max3(M[i], M[i + 1], M[i + 2])); });
         break;
     default:
         break;
@@ -97,25 +107,25 @@ DIB_INLINE void SelectRank(const BYTE* __restrict L, const BYTE* __restrict M, c
 
 // Sorts the n columns of three: L, M and H get the lowest, middle, highest.
 DIB_INLINE void SortColumns(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
-                        BYTE* __restrict L, BYTE* __restrict M, BYTE* __restrict H, size_t n) {
-    for (size_t i = 0; i < n; ++i) {
+                            BYTE* __restrict L, BYTE* __restrict M, BYTE* __restrict H, size_t n) {
+    ForEach(n, DIB_EACH {
         BYTE lo = Lo(a[i], b[i]), hi = Hi(a[i], b[i]);
         L[i] = Lo(lo, c[i]);
         BYTE up = Hi(lo, c[i]);
         M[i] = Lo(hi, up);
         H[i] = Hi(hi, up);
-    }
+    });
 }
 
 // Ranks 0 and 8 need only the extreme of each column.
 DIB_INLINE void ExtremeRow(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
-                       BYTE* __restrict col, BYTE* __restrict out, size_t n, bool maximum) {
+                           BYTE* __restrict col, BYTE* __restrict out, size_t n, bool maximum) {
     if (maximum) {
-        for (size_t i = 0; i < n + 2; ++i) col[i] = Max3(a[i], b[i], c[i]);
-        for (size_t i = 0; i < n; ++i) out[i] = Max3(col[i], col[i + 1], col[i + 2]);
+        ForEach(n + 2, DIB_EACH { col[i] = Max3(a[i], b[i], c[i]); });
+        ForEach(n, DIB_EACH { out[i] = Max3(col[i], col[i + 1], col[i + 2]); });
     } else {
-        for (size_t i = 0; i < n + 2; ++i) col[i] = Min3(a[i], b[i], c[i]);
-        for (size_t i = 0; i < n; ++i) out[i] = Min3(col[i], col[i + 1], col[i + 2]);
+        ForEach(n + 2, DIB_EACH { col[i] = Min3(a[i], b[i], c[i]); });
+        ForEach(n, DIB_EACH { out[i] = Min3(col[i], col[i + 1], col[i + 2]); });
     }
 }
 
@@ -155,17 +165,18 @@ extern "C" void DibRankRow8(const BYTE* above, const BYTE* middle, const BYTE* b
 }
 
 DIB_INLINE void DespeckleStrip(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
-                           BYTE* __restrict count, BYTE* __restrict out, size_t n, BYTE background,
-                           BYTE threshold) {
+                               BYTE* __restrict count, BYTE* __restrict out, size_t n, BYTE background,
+                               BYTE threshold) {
     // Column counts of pixels other than the background, each shared by three windows.
-    for (size_t i = 0; i < n + 2; ++i)
+    ForEach(n + 2, DIB_EACH {
         count[i] = (BYTE)((a[i] != background) + (b[i] != background) + (c[i] != background));
-    for (size_t i = 0; i < n; ++i) {
+    });
+    ForEach(n, DIB_EACH {
         BYTE centre = b[i + 1];
         BYTE other = centre != background;
         BYTE neighbours = (BYTE)(count[i] + count[i + 1] + count[i + 2] - other);
         out[i] = (other && neighbours < threshold) ? background : centre;
-    }
+    });
 }
 
 DIB_INLINE void DespeckleRow(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out, size_t n,
