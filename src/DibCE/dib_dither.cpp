@@ -75,23 +75,30 @@ inline void DitherRow(const ShareTables& t, const int32_t* imagerow, int32_t* er
     }
     const LONG step = leftToRight ? 1 : -1;
     const LONG first = leftToRight ? 1 : width - 2;
+    // Tables indexed by the value itself, and the value kept pointer-wide,
+    // so that a lookup is one load: the chain from one pixel to the next is
+    // that load and one addition.
+    const int32_t* const q0 = t.q + kReach;
+    const int32_t* const s70 = t.s7 + kReach;
+    const int32_t* const s30 = t.s3 + kReach;
+    const int32_t* const s50 = t.s5 + kReach;
+    const int32_t* const s10 = t.s1 + kReach;
     LONG x = first;
-    int32_t v = imagerow[x];
+    intptr_t v = imagerow[x];
     int32_t pendBehind = 0; // share of the column behind, lacking 3/16 of this pixel
     int32_t pendHere = 0;   // share of this column so far
     for (LONG n = width - 2; n > 0; --n, x += step) {
         const LONG ahead = x + step;
-        const uint32_t i = (uint32_t)(v + kReach);
         int32_t q, s7, s3, s5, s1;
-        if (i < (uint32_t)kSpan) {
-            q = t.q[i], s7 = t.s7[i], s3 = t.s3[i], s5 = t.s5[i], s1 = t.s1[i];
+        if ((uintptr_t)(v + kReach) < (uintptr_t)kSpan) {
+            q = q0[v], s7 = s70[v], s3 = s30[v], s5 = s50[v], s1 = s10[v];
         } else {
-            q = Q::Quantise(v);
-            const int32_t e = v - q;
+            q = Q::Quantise((int32_t)v);
+            const int32_t e = (int32_t)v - q;
             s7 = Div16(e * 7), s3 = Div16(e * 3), s5 = Div16(e * 5), s1 = Div16(e);
         }
         out[x] = (BYTE)q;
-        v = imagerow[ahead] + s7;
+        v = (intptr_t)imagerow[ahead] + s7;
         errordata[x - step] = pendBehind + s3;
         pendBehind = pendHere + s5;
         pendHere = s1;
@@ -99,7 +106,7 @@ inline void DitherRow(const ShareTables& t, const int32_t* imagerow, int32_t* er
     // x is now the column after the scan.
     errordata[x - step] = pendBehind;
     errordata[x] = pendHere;
-    out[x] = (BYTE)Q::Quantise(v);
+    out[x] = (BYTE)Q::Quantise((int32_t)v);
     out[first - step] = (BYTE)Q::Quantise(imagerow[first - step]);
 }
 
