@@ -8,8 +8,9 @@
  * The engine works on 8-bit bitmaps. The weighted sums are taken in 32-bit
  * modular arithmetic, so any regrouping of the terms gives exactly the sum
  * of the plain tap-by-tap walk, overflow included. That lets the row loops
- * fold mirror-symmetric kernel rows and columns (add the pixels first,
- * multiply once), run in 16-bit lanes where no sum can leave 16 bits, and
+ * run a 3x3 kernel in one fused pass, fold the mirror-symmetric rows and
+ * columns of larger kernels (add the pixels first, multiply once), work in
+ * 16-bit lanes where no sum can leave 16 bits, and
  * divide through an exact vectorisable form: a shift for powers of two, a
  * float division where every sum stays below 2^24 (then the correctly
  * rounded float quotient always truncates to the integer quotient).
