@@ -240,3 +240,50 @@ TEST(Exports, ConcurrentCallsOnDifferentBitmaps) {
         for (Work& w : work[t]) EXPECT_EQ(Bytes(w.dib), w.want) << "thread " << t;
     }
 }
+
+// The bitmap layer's functions have no ranges of their own: extreme values
+// clamp, as the arithmetic says, without overflow (UBSan watches this).
+TEST(BitmapLayer, ExtremeArguments) {
+    const LONG kMin = (LONG)0x80000000, kMax = 0x7FFFFFFF;
+    uint32_t seed = 70;
+    for (DWORD bits : kDepths) {
+        const DWORD top = (1u << bits) - 1;
+        Dib d = MakeRandom(11, 5, bits, seed++);
+        DibPixelIO io;
+        ASSERT_EQ(DibRegisterPixelIO(bits, &io), DWORD(DibOk));
+        auto every = [&](const char* what, auto want) {
+            for (LONG y = 0; y < 5; ++y)
+                for (LONG x = 0; x < 11; ++x) ASSERT_EQ(io.get(d, x, y), want(io, x, y)) << what << " " << bits;
+        };
+        ASSERT_EQ(DibBrightness(d, kMax), DWORD(DibOk));
+        every("brightness max", [&](DibPixelIO&, LONG, LONG) { return top; });
+        ASSERT_EQ(DibBrightness(d, kMin), DWORD(DibOk));
+        every("brightness min", [&](DibPixelIO&, LONG, LONG) { return 0u; });
+        ASSERT_EQ(DibContrast(d, 0, kMax), DWORD(DibOk));
+        every("offset max", [&](DibPixelIO&, LONG, LONG) { return top; });
+        ASSERT_EQ(DibContrast(d, kMin, 0), DWORD(DibOk)); // negative gain
+        every("gain min", [&](DibPixelIO&, LONG, LONG) { return 0u; });
+        FillFromValues(d, {0, 1}, seed);
+        ASSERT_EQ(DibContrast(d, kMax, kMin + 1), DWORD(DibOk));
+        every("gain max", [&](DibPixelIO&, LONG, LONG) { return 0u; });
+
+        Dib a = MakeRandom(11, 5, bits, seed);
+        Dib b = Copy(a);
+        ASSERT_EQ(DibDespeckle(a, 0xFFFFFFFF, 0xFFFFFFFF), DWORD(DibOk));
+        RefDespeckle(b, 0xFFFFFFFF, 0xFFFFFFFF);
+        EXPECT_EQ(Bytes(a), Bytes(b)) << bits;
+    }
+    Dib g = MakeRandom(9, 3, 8, 1);
+    for (double gamma : {-3.0, 0.0, 1e-300, 1e300, std::nan(""), double(INFINITY)}) {
+        ASSERT_EQ(DibGammaCorrection(g, gamma), DWORD(DibOk)) << gamma;
+    }
+    EXPECT_EQ(DibHistogram(g, nullptr), DWORD(DibErrorInvalidParm));
+    EXPECT_EQ(DibHistogramBlackValue(nullptr, 0), 255u);
+    EXPECT_EQ(DibHistogramWhiteValue(nullptr, 0), 0u);
+    DWORD counters[256] = {};
+    counters[7] = 0xFFFFFFFF;
+    counters[9] = 0xFFFFFFFF;
+    EXPECT_EQ(DibHistogramBlackValue(counters, kMax), 7u);
+    EXPECT_EQ(DibHistogramWhiteValue(counters, kMax), 9u);
+    EXPECT_EQ(DibHistogramWhiteValue(counters, kMin), 255u); // 0 at level 255 already exceeds it
+}
