@@ -185,3 +185,32 @@ void BM_RankParts(benchmark::State& state) {
 BENCHMARK(BM_RankParts)->Args({640, 480, 0})->Args({640, 480, 1})->Args({4096, 4096, 0})->Args({4096, 4096, 1})
     ->ArgNames({"w", "h", "kernel"})->Unit(benchmark::kMicrosecond);
 }  // namespace
+
+namespace {
+// The 1- and 4-bit paths (unpacked into bytes in strips, packed back).
+void BM_LowDepth(benchmark::State& state) {
+    const LONG w = LONG(state.range(0)), h = LONG(state.range(1));
+    const DWORD bits = DWORD(state.range(2));
+    HDIB hdib = tovCreateHDIBExt(w, h, 0, bits);
+    if (!hdib) {
+        state.SkipWithError("picture not created");
+        return;
+    }
+    Picture noise(DibRowLength(hdib), h); // random bytes for the packed rows
+    for (LONG y = 0; y < h; ++y) std::memcpy(hdib->ppRow[y], noise.get()->ppRow[y], size_t(DibRowLength(hdib)));
+    const int op = int(state.range(3));
+    for (auto _ : state) {
+        DWORD r = op == 0 ? tovRankFilter(hdib, 4) : op == 1 ? tovDespeckle(hdib, 3, 0) : tovBrightness(hdib, 1);
+        if (r != tovOk) {
+            state.SkipWithError("operation failed");
+            break;
+        }
+    }
+    DibUnload(hdib);
+    benchutil::ReportRate(state, double(w) * double(h));
+}
+BENCHMARK(BM_LowDepth)
+    ->ArgsProduct({{640}, {480}, {1, 4}, {0, 1, 2}})
+    ->ArgNames({"w", "h", "bits", "op"})
+    ->Unit(benchmark::kMicrosecond);
+}  // namespace

@@ -217,29 +217,50 @@ extern "C" void DibDespeckleRow8(const BYTE* above, const BYTE* middle, const BY
 
 namespace {
 
-// Pixels x .. x + n - 1 of a packed row as bytes.
+// Strips start on a byte boundary at 1 and 4 bits.
+static_assert(DIB_RANK_STRIP % 8 == 0, "strip start inside a byte");
+#define DIB_UNPACK_SLACK 7 /* values unpacked past the end, from the last byte */
+
+// Pixels x .. x + n - 1 of a packed row as bytes, x the first pixel of a
+// byte. Whole bytes are unpacked, so out takes n + DIB_UNPACK_SLACK values;
+// no byte past the one holding pixel x + n - 1 is read.
 void Unpack(const BYTE* row, DWORD bitcount, size_t x, size_t n, BYTE* out) {
+    const BYTE* p = row + x * bitcount / 8;
     if (bitcount == 4) {
-        for (size_t i = 0; i < n; ++i, ++x) out[i] = (BYTE)((x & 1) ? row[x >> 1] & 0x0F : row[x >> 1] >> 4);
+        for (size_t i = 0; i < (n + 1) / 2; ++i) {
+            out[2 * i] = (BYTE)(p[i] >> 4);
+            out[2 * i + 1] = (BYTE)(p[i] & 0x0F);
+        }
     } else {
-        for (size_t i = 0; i < n; ++i, ++x) out[i] = (BYTE)((row[x >> 3] >> (7 - (x & 7))) & 1);
+        for (size_t i = 0; i < (n + 7) / 8; ++i)
+            for (int j = 0; j < 8; ++j) out[8 * i + j] = (BYTE)((p[i] >> (7 - j)) & 1);
     }
 }
 
-// Stores values that fit the depth into pixels x .. x + n - 1.
+// Stores values that fit the depth into pixels x .. x + n - 1; the other
+// pixels of the first and last byte stay.
 void Pack(BYTE* row, DWORD bitcount, size_t x, size_t n, const BYTE* values) {
+    size_t i = 0;
     if (bitcount == 4) {
-        for (size_t i = 0; i < n; ++i, ++x) {
-            BYTE& b = row[x >> 1];
-            b = (x & 1) ? (BYTE)((b & 0xF0) | values[i]) : (BYTE)((b & 0x0F) | (values[i] << 4));
+        if ((x & 1) && n) { // a low nibble first
+            row[x >> 1] = (BYTE)((row[x >> 1] & 0xF0) | values[i++]);
         }
-    } else {
-        for (size_t i = 0; i < n; ++i, ++x) {
-            BYTE bit = (BYTE)(0x80 >> (x & 7));
-            BYTE& b = row[x >> 3];
-            b = values[i] ? (BYTE)(b | bit) : (BYTE)(b & ~bit);
-        }
+        BYTE* p = row + ((x + i) >> 1);
+        for (; i + 2 <= n; i += 2) *p++ = (BYTE)((values[i] << 4) | values[i + 1]);
+        if (i < n) *p = (BYTE)((*p & 0x0F) | (values[i] << 4));
+        return;
     }
+    auto put = [&](size_t at, BYTE v) {
+        BYTE bit = (BYTE)(0x80 >> (at & 7));
+        row[at >> 3] = v ? (BYTE)(row[at >> 3] | bit) : (BYTE)(row[at >> 3] & ~bit);
+    };
+    for (; i < n && ((x + i) & 7); ++i) put(x + i, values[i]);
+    for (; i + 8 <= n; i += 8) {
+        const BYTE* v = values + i;
+        row[(x + i) >> 3] = (BYTE)((v[0] << 7) | (v[1] << 6) | (v[2] << 5) | (v[3] << 4) | (v[4] << 3) |
+                                   (v[5] << 2) | (v[6] << 1) | v[7]);
+    }
+    for (; i < n; ++i) put(x + i, values[i]);
 }
 
 enum class Window { Rank, Despeckle };
@@ -269,7 +290,8 @@ void FilterInterior(HDIB target, HDIB copy, DWORD bitcount, LONG width, LONG hei
             RunKernel(w, a, b, c, row + 1, n);
             continue;
         }
-        BYTE ua[DIB_RANK_STRIP + 2], ub[DIB_RANK_STRIP + 2], uc[DIB_RANK_STRIP + 2], out[DIB_RANK_STRIP];
+        BYTE ua[DIB_RANK_STRIP + 2 + DIB_UNPACK_SLACK], ub[DIB_RANK_STRIP + 2 + DIB_UNPACK_SLACK];
+        BYTE uc[DIB_RANK_STRIP + 2 + DIB_UNPACK_SLACK], out[DIB_RANK_STRIP];
         for (size_t x = 0; x < n; x += DIB_RANK_STRIP) {
             const size_t k = n - x < DIB_RANK_STRIP ? n - x : DIB_RANK_STRIP;
             Unpack(a, bitcount, x, k + 2, ua);

@@ -87,12 +87,24 @@ TEST(RankFilter, MatchesReferenceEveryDepthAndRank) {
             }
         }
     }
-    // A row longer than one strip of the kernel.
-    Dib a = MakeRandom(1300, 4, 8, 9);
-    Dib b = Copy(a);
-    ASSERT_EQ(DibRankFilter(a, 3), DWORD(DibOk));
-    RefRank(b, 3);
-    ASSERT_EQ(Bytes(a), Bytes(b));
+    // Rows of several strips of the kernel, ending anywhere in a byte.
+    for (DWORD bits : kDepths) {
+        for (LONG w : {513, 514, 515, 1030, 1031, 1037}) {
+            for (DWORD rank : {3u, 8u}) {
+                Dib a = MakeRandom(w, 4, bits, seed++);
+                Dib b = Copy(a);
+                ASSERT_EQ(DibRankFilter(a, rank), DWORD(DibOk));
+                RefRank(b, rank);
+                ASSERT_EQ(Bytes(a), Bytes(b)) << bits << " bits, width " << w;
+            }
+            Dib a = MakeRandom(w, 3, bits, seed++);
+            FillFromValues(a, {0, 0, 0, 1}, seed);
+            Dib b = Copy(a);
+            ASSERT_EQ(DibDespeckle(a, 2, 0), DWORD(DibOk));
+            RefDespeckle(b, 2, 0);
+            ASSERT_EQ(Bytes(a), Bytes(b)) << bits << " bits, width " << w;
+        }
+    }
 }
 
 // Backgrounds inside and outside the depth's values (those write through the
