@@ -5,8 +5,10 @@
  *   DibCrop            cut out a rectangle
  *   DibScale           nearest-pixel decimation by a percentage
  *
- * Each works from a private copy (DibCreateCopy) and writes the result
- * pixel for pixel into the bitmap. The loops move whole bytes where the
+ * The flips work from a private copy (DibCreateCopy); crop and scale keep
+ * only the pixels that survive, packed, while the bitmap is re-made at its
+ * new size. The results are those of writing pixel for pixel from a copy
+ * of the whole picture. The loops move whole bytes where the
  * pixels are byte aligned and shift bit fields otherwise; bits of a row
  * past its last pixel are never written, as with one write per pixel.
  */
@@ -153,26 +155,26 @@ inline LONG SourceIndex(LONG i, float inverse, LONG limit) {
 // out once for all rows.
 const LONG kColumnChunk = 2048;
 
-void ScaleRows(HDIB hdib, HDIB copy, LONG newWidth, LONG newHeight, LONG width, LONG height,
-               float inverse, int bpp) {
+void ScaleRows(BYTE* const* srcRows, BYTE* piece, size_t stride, LONG newWidth, LONG newHeight,
+               LONG width, LONG height, float inverse, int bpp) {
     LONG cols[kColumnChunk];
     for (LONG x0 = 0; x0 < newWidth; x0 += kColumnChunk) {
         const LONG n = newWidth - x0 < kColumnChunk ? newWidth - x0 : kColumnChunk;
         for (LONG i = 0; i < n; ++i) cols[i] = SourceIndex(x0 + i, inverse, width);
         // A stretch that samples every k-th column from its first one is
         // copied by a strided loop the compiler vectorises.
-        LONG stride = n > 1 ? cols[1] - cols[0] : 1;
-        for (LONG i = 1; i < n && stride > 0; ++i)
-            if (cols[i] - cols[i - 1] != stride) stride = 0;
+        LONG step = n > 1 ? cols[1] - cols[0] : 1;
+        for (LONG i = 1; i < n && step > 0; ++i)
+            if (cols[i] - cols[i - 1] != step) step = 0;
         for (LONG y = 0; y < newHeight; ++y) {
-            const BYTE* src = copy->ppRow[SourceIndex(y, inverse, height)];
-            BYTE* dst = hdib->ppRow[y];
+            const BYTE* src = srcRows[SourceIndex(y, inverse, height)];
+            BYTE* dst = piece + (size_t)y * stride;
             if (bpp == 8) {
                 const BYTE* s0 = src + cols[0];
                 BYTE* d0 = dst + x0;
-                if (stride == 1)
+                if (step == 1)
                     memcpy(d0, s0, (size_t)n);
-                else if (stride == 2)
+                else if (step == 2)
                     for (LONG i = 0; i < n; ++i) d0[i] = s0[2 * i];
                 else
                     for (LONG i = 0; i < n; ++i) d0[i] = src[cols[i]];
@@ -182,6 +184,28 @@ void ScaleRows(HDIB hdib, HDIB copy, LONG newWidth, LONG newHeight, LONG width, 
             }
         }
     }
+}
+
+// The pixels that survive a crop or scale, packed row after row, kept while
+// the bitmap is re-made at its new size. Only these are copied, not the
+// whole picture. Rows of 1 and 4 bits start zeroed, since their last byte
+// is merged bit by bit.
+struct Piece {
+    BYTE* bytes;
+    size_t stride;
+};
+
+bool MakePiece(Piece& p, DWORD width, DWORD height, int bpp) {
+    p.stride = ((size_t)width * (size_t)bpp + 7) / 8;
+    p.bytes = (BYTE*)LocalAlloc(bpp == 8 ? LMEM_FIXED : LPTR, p.stride * height);
+    return p.bytes != NULL;
+}
+
+// The piece into the re-made bitmap; bits past the last pixel of a row stay
+// as the new bitmap delivered them.
+void PlacePiece(HDIB hdib, const Piece& p, DWORD width, DWORD height, int bpp) {
+    for (DWORD j = 0; j < height; ++j)
+        CopyPixelRun(hdib->ppRow[j], p.bytes + (size_t)j * p.stride, 0, (LONG)width, bpp);
 }
 
 // Entry checks shared by the four: a good handle of a depth with pixel
@@ -244,16 +268,20 @@ DWORD DibCrop(HDIB hdib, DWORD x, DWORD y, DWORD width, DWORD height) {
         DebugTrace(DIB_LEVEL_OP, u"   !DibCrop():DibErrorInvalidParm\r\n");
         return DibErrorInvalidParm;
     }
-    HDIB copy = DibCreateCopy(hdib);
-    if (copy == NULL) return DibErrorUnknown;
-    if (DibResize(hdib, (LONG)width, (LONG)height) != DibOk) {
-        DebugTrace(DIB_LEVEL_OP, u"   !DibCrop():DibErrorUnknown\r\n");
-        DibUnload(copy);
+    Piece piece;
+    if (!MakePiece(piece, width, height, bpp)) {
+        DebugError(u"   !DibCrop():LocalAlloc:piece:Error\r\n");
         return DibErrorUnknown;
     }
     for (DWORD j = 0; j < height; ++j)
-        CopyPixelRun(hdib->ppRow[j], copy->ppRow[y + j], x, (LONG)width, bpp);
-    DibUnload(copy);
+        CopyPixelRun(piece.bytes + (size_t)j * piece.stride, hdib->ppRow[y + j], x, (LONG)width, bpp);
+    if (DibResize(hdib, (LONG)width, (LONG)height) != DibOk) {
+        DebugTrace(DIB_LEVEL_OP, u"   !DibCrop():DibErrorUnknown\r\n");
+        LocalFree(piece.bytes);
+        return DibErrorUnknown;
+    }
+    PlacePiece(hdib, piece, width, height, bpp);
+    LocalFree(piece.bytes);
     DebugTrace(DIB_LEVEL_OP, u"<DibCrop()=DibOk\r\n");
     return DibOk;
 }
@@ -275,17 +303,30 @@ DWORD DibScale(HDIB hdib, DWORD percent) {
     }
     const DWORD newHeight = (DWORD)h;
     const DWORD newWidth = (DWORD)w;
-    HDIB copy = DibCreateCopy(hdib);
-    if (copy == NULL) return DibErrorUnknown;
-    if (DibResize(hdib, (LONG)newWidth, (LONG)newHeight) != DibOk) {
-        DebugTrace(DIB_LEVEL_OP, u"   !DibScale():DibErrorUnknown\r\n");
-        DibUnload(copy);
-        return DibErrorUnknown;
+    if (newWidth == 0 || newHeight == 0) {
+        // Nothing to sample; the re-creation refuses an empty size before it
+        // changes anything, and the picture stays.
+        if (DibResize(hdib, (LONG)newWidth, (LONG)newHeight) != DibOk) {
+            DebugTrace(DIB_LEVEL_OP, u"   !DibScale():DibErrorUnknown\r\n");
+            return DibErrorUnknown;
+        }
     }
     DIB_ASSERT(scalefactor != 0);
     const float inverse = 1.0f / scalefactor;
-    ScaleRows(hdib, copy, (LONG)newWidth, (LONG)newHeight, width, height, inverse, bpp);
-    DibUnload(copy);
+    Piece piece;
+    if (!MakePiece(piece, newWidth, newHeight, bpp)) {
+        DebugError(u"   !DibScale():LocalAlloc:piece:Error\r\n");
+        return DibErrorUnknown;
+    }
+    ScaleRows(hdib->ppRow, piece.bytes, piece.stride, (LONG)newWidth, (LONG)newHeight, width,
+              height, inverse, bpp);
+    if (DibResize(hdib, (LONG)newWidth, (LONG)newHeight) != DibOk) {
+        DebugTrace(DIB_LEVEL_OP, u"   !DibScale():DibErrorUnknown\r\n");
+        LocalFree(piece.bytes);
+        return DibErrorUnknown;
+    }
+    PlacePiece(hdib, piece, newWidth, newHeight, bpp);
+    LocalFree(piece.bytes);
     DebugTrace(DIB_LEVEL_OP, u"<DibScale()=DibOk\r\n");
     return DibOk;
 }
