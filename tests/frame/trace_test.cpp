@@ -102,6 +102,7 @@ TEST_F(TraceTest, SettingsDecideWhatReachesTheFile) {
         ::testing::internal::CaptureStderr();
         WriteLevelProbe();
         DebugMemoryStatus(0);
+        if (!c.enable) DebugWriteFile(u"the file sink alone\r\n");
         std::string out = ::testing::internal::GetCapturedStdout();
         std::string err = ::testing::internal::GetCapturedStderr();
         if (c.lines.empty()) {
