@@ -56,6 +56,11 @@ TEST(ToolTest, SampleInfoAndConvertWorkTogether) {
         ASSERT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(Tov(std::string("info ") + name).out, Info(name, 33, 7, 8, 256));
     }
+    // Names are UTF-8 on the command line and UTF-16 in the library.
+    ASSERT_EQ(Tov("convert card.bmp 'k\xc3\xa4rtchen \xe2\x82\xac.bmp' --depth 4").status, 0);
+    EXPECT_TRUE(FileExists("k\xc3\xa4rtchen \xe2\x82\xac.bmp"));
+    EXPECT_EQ(Tov("info 'k\xc3\xa4rtchen \xe2\x82\xac.bmp'").out,
+              Info("k\xc3\xa4rtchen \xe2\x82\xac.bmp", 33, 7, 4, 16));
     // The default card, straight at 1 bit.
     ASSERT_EQ(Tov("sample small.BMP --depth 1").status, 0);
     EXPECT_EQ(Tov("info small.BMP").out, Info("small.BMP", 160, 120, 1, 2));
