@@ -63,8 +63,10 @@ DWORD DibDespeckle(HDIB hdib, DWORD threshold, DWORD background);
 
 /* ---- convolution family (dib_convolve.cpp) ------------------------------
  * 8-bit bitmaps only. Kernels are rows x cols signed weights, row-major,
- * applied as a correlation. A kernel whose half size reaches the picture's
- * size, negative sizes and an unreadable kernel are refused with 7. */
+ * applied as a correlation. Refused with 7: negative sizes, a NULL or
+ * unreadable kernel, more than DIB_CONV_MAX_ENTRIES weights, and a kernel
+ * whose working-copy borders the picture cannot fill (half size my at or
+ * above the height, mx at or above the width, or a width below 2*mx - 1). */
 #define DIB_CONV_MAX_ENTRIES (1 << 20) /* kernel weights read from a caller */
 
 /* A copy of hdib, newHeight x newWidth, with the picture centred and
