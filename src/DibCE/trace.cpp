@@ -8,13 +8,16 @@
  *   DebugAssert                     the fatal assertion of the Dib layer
  *
  * The settings are plain process-wide values without a lock; they are
- * atomics only so that a reader on another thread sees a whole value. Every
- * buffer is on the stack: tracing must work when the heap does not.
+ * atomics only so that a reader on another thread sees a whole value. The
+ * file sink alone is serialised, so that lines from threads all arrive
+ * whole. Every buffer is on the stack: tracing must work when the heap
+ * does not.
  */
 #include "trace.h"
 
 #include <atomic>
 #include <cstdlib>
+#include <mutex>
 
 namespace {
 
@@ -34,6 +37,9 @@ std::atomic<DWORD> g_level{5};
 std::atomic<DWORD> g_outputs{2};
 std::atomic<DWORD> g_assertEnable{1};
 WCHAR g_fileName[DEBUG_FILENAME_MAX];
+// Appending is a seek to the end and then a write: two threads in between
+// would write at the same end and one line would be lost.
+std::mutex g_fileSinkMutex;
 
 bool Enabled() { return g_enable.load(std::memory_order_relaxed) != 0; }
 
@@ -155,12 +161,13 @@ void DebugMemoryStatus(DWORD level) {
 
 void DebugWriteFile(const WCHAR* line) {
     if (!Enabled() || !line) return;
-    HANDLE file = CreateFileW(g_fileName, GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
-                              FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) return;  // the line is lost, nothing else
     char bytes[kFileBytesMax];
     size_t length = PlatWideToUtf8(line, bytes, sizeof bytes);
     if (length == static_cast<size_t>(-1)) length = 0;
+    std::lock_guard<std::mutex> appending(g_fileSinkMutex);
+    HANDLE file = CreateFileW(g_fileName, GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) return;  // the line is lost, nothing else
     SetFilePointer(file, 0, nullptr, FILE_END);
     DWORD written = 0;
     if (length) WriteFile(file, bytes, static_cast<DWORD>(length), &written, nullptr);

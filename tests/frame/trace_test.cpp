@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstdio>
 #include <regex>
+#include <thread>
 #include <string>
 
 using namespace tovtest;
@@ -274,6 +275,34 @@ TEST(TraceDeathTest, TovAssertPrintsAndBreaks) {
     EXPECT_EXIT(ASSERT(sizeof(int) == 1), ::testing::KilledBySignal(SIGTRAP),
                 "ASSERT failed in file .*trace_test\\.cpp at line [0-9]+ \r\n");
     ASSERT(sizeof(int) == 4);
+}
+
+}  // namespace
+
+namespace {
+
+// Threads trace at once: every line arrives, whole.
+TEST(TraceThreadTest, LinesFromThreadsStayWholeAndNoneIsLost) {
+    ScratchDir dir;
+    constexpr int kThreads = 4, kLines = 300;
+    tovConfigDebug(1, 5, tovDebugFile);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([t] {
+            for (int i = 0; i < kLines; ++i) DebugTrace(5, u"thread %d line %d of the test\r\n", t, i);
+        });
+    for (std::thread& thread : threads) thread.join();
+    StopLog();
+    std::vector<std::string> lines = LogLines();
+    EXPECT_EQ(lines.size(), size_t(kThreads * kLines));
+    std::vector<int> next(kThreads, 0);
+    for (const std::string& line : lines) {
+        int t, i;
+        char tail[32] = {};
+        ASSERT_EQ(std::sscanf(line.c_str(), "thread %d line %d of the tes%31s", &t, &i, tail), 3) << line;
+        ASSERT_TRUE(t >= 0 && t < kThreads) << line;
+        EXPECT_EQ(i, next[t]++) << line;  // each thread's lines in its order
+    }
 }
 
 }  // namespace
