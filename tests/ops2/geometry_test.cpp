@@ -17,6 +17,26 @@ std::vector<BYTE> Colours(HDIB d) {
     return std::vector<BYTE>(c, c + DibNumColors(d) * 4);
 }
 
+// The bits of each row past its last pixel.
+std::vector<BYTE> Padding(HDIB d) {
+    const LONG w = DibWidth(d), h = DibHeight(d), len = DibRowLength(d);
+    const int bpp = DibBitCount(d);
+    std::vector<BYTE> out;
+    for (LONG y = 0; y < h; ++y) {
+        const int64_t used = (int64_t)w * bpp;
+        for (int64_t bit = used; bit < (int64_t)len * 8; ++bit)
+            out.push_back((d->ppRow[y][bit / 8] >> (7 - bit % 8)) & 1);
+    }
+    return out;
+}
+
+// A re-made bitmap keeps the padding bits its new pixel store came with:
+// those of a fresh bitmap of that size that nobody has written.
+void ExpectFreshPadding(HDIB d) {
+    DibGuard fresh(tovCreateHDIBExt(DibWidth(d), DibHeight(d), 256, DibBitCount(d)));
+    EXPECT_EQ(Padding(d), Padding(fresh.d));
+}
+
 // Expected bytes of a flip: the old bytes, each pixel written by the rule,
 // so that the bits past the last pixel of a row stay as they were.
 std::vector<BYTE> Flipped(HDIB d, bool upsideDown) {
@@ -75,6 +95,7 @@ TEST(Geometry, CropMatchesReference) {
                                 << " " << cw << "x" << ch;
                     EXPECT_EQ(Colours(g.d), colours);
                     EXPECT_EQ(DibBitCount(g.d), bpp);
+                    ExpectFreshPadding(g.d);
                 }
 }
 
@@ -146,6 +167,7 @@ TEST(Geometry, ScaleMatchesReference) {
                             << bpp << " bits " << w << "x" << h << " at " << percent;
                     }
                 }
+                ExpectFreshPadding(g.d);
             }
 }
 
