@@ -106,9 +106,9 @@ int _vsnwprintf(WCHAR* buffer, size_t count, const WCHAR* format, va_list args) 
             break;
         }
         bool left = flags.find('-') != std::string::npos;
-        char spec[64], text[512];
+        char conversion[64], text[512];
         auto numberSpec = [&](const char* lengthMod, char c) {
-            std::snprintf(spec, sizeof spec, "%%%s%s%s%s%s%c", flags.c_str(),
+            std::snprintf(conversion, sizeof conversion, "%%%s%s%s%s%s%c", flags.c_str(),
                           width > 0 ? std::to_string(width).c_str() : "",
                           precision >= 0 ? "." : "",
                           precision >= 0 ? std::to_string(precision).c_str() : "",
@@ -124,20 +124,20 @@ int _vsnwprintf(WCHAR* buffer, size_t count, const WCHAR* format, va_list args) 
                               : longs >= 2 ? va_arg(args, long long)
                                            : static_cast<long long>(va_arg(args, long));
                 if (!isSigned && !size && longs == 1) v = static_cast<long long>(static_cast<unsigned long>(v));
-                std::snprintf(text, sizeof text, spec, v);
+                std::snprintf(text, sizeof text, conversion, v);
             } else {
                 numberSpec("", c);
                 int v = va_arg(args, int);
                 if (shorts == 1) v = isSigned ? static_cast<short>(v) : static_cast<unsigned short>(v);
                 if (shorts >= 2) v = isSigned ? static_cast<signed char>(v) : static_cast<unsigned char>(v);
-                std::snprintf(text, sizeof text, spec, v);
+                std::snprintf(text, sizeof text, conversion, v);
             }
             out.Ascii(text);
             break;
         }
         case u'f': case u'F': case u'e': case u'E': case u'g': case u'G': case u'a': case u'A': {
             numberSpec("", static_cast<char>(conv));
-            std::snprintf(text, sizeof text, spec, va_arg(args, double));
+            std::snprintf(text, sizeof text, conversion, va_arg(args, double));
             out.Ascii(text);
             break;
         }
