@@ -1,7 +1,7 @@
 // BMP files: round trips, the file layout, failing writes, malformed and
 // foreign files (the public BMP suite), allocation failure while loading,
 // and the file names of the exports.
-#include "dibtest.h"
+#include "dibimages.h"
 
 #include <unistd.h>
 
@@ -11,7 +11,7 @@
 #include <fstream>
 #include <set>
 
-using namespace dibtest;
+using namespace tovtest;
 namespace fs = std::filesystem;
 
 namespace {
@@ -25,13 +25,8 @@ void Put32(std::string& bytes, size_t at, uint32_t v) {
     for (int i = 0; i < 4; ++i) bytes[at + i] = char(v >> (8 * i));
 }
 
-void WriteBytes(const std::string& path, const std::string& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << bytes;
-}
-
-HDIB Load(const std::string& path) { return DibBMPLoad(Wide(path).c_str()); }
-DWORD Save(const std::string& path, HDIB h) { return DibBMPSave(Wide(path).c_str(), h); }
+HDIB Load(const std::string& path) { return DibBMPLoad(W(path).c_str()); }
+DWORD Save(const std::string& path, HDIB h) { return DibBMPSave(W(path).c_str(), h); }
 
 }  // namespace
 
@@ -279,9 +274,9 @@ TEST(DibBmp, FixExtensionTable) {
     };
     for (const Case& c : cases) {
         WCHAR buffer[TOV_MAX_PATH] = {};
-        std::u16string name = Wide(c.name);
+        std::u16string name = W(c.name);
         std::copy(name.begin(), name.end(), buffer);
-        EXPECT_EQ(tovFixExtension(buffer, Wide(c.ext).c_str()), c.result) << c.name;
+        EXPECT_EQ(tovFixExtension(buffer, W(c.ext).c_str()), c.result) << c.name;
         EXPECT_EQ(tovtest::N(buffer), c.after) << c.name;
     }
     // Lengths at the limit: 255 characters take ".bmp" (259 + terminator), 256 do not.

@@ -1,10 +1,10 @@
 // Grey bitmaps: creation and clearing, re-creation, depth conversion,
 // copying between handles, and allocation failure in each.
-#include "dibtest.h"
+#include "dibimages.h"
 
 #include <cstring>
 
-using namespace dibtest;
+using namespace tovtest;
 
 namespace {
 

@@ -1,10 +1,10 @@
 // Pixel access routines against the addressing table, at every depth and
 // across byte and word boundaries.
-#include "dibtest.h"
+#include "dibimages.h"
 
 #include <cstring>
 
-using namespace dibtest;
+using namespace tovtest;
 
 TEST(DibPixel, RoutinesFollowTheAddressingTable) {
     LeakGuard guard;

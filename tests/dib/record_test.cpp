@@ -1,11 +1,11 @@
 // The record: accessors, creation from info blocks, copies, unloading,
 // validation of bad handles, and allocation failure at every site.
-#include "dibtest.h"
+#include "dibimages.h"
 
 #include <cstring>
 #include <memory>
 
-using namespace dibtest;
+using namespace tovtest;
 
 namespace {
 

@@ -1,12 +1,12 @@
 // Bitmaps of different depths worked on by several threads at once: each
 // operation uses its own pixel routines, and validation of handles that
 // another thread unloads never reads freed memory.
-#include "dibtest.h"
+#include "dibimages.h"
 
 #include <atomic>
 #include <thread>
 
-using namespace dibtest;
+using namespace tovtest;
 
 TEST(DibThreads, OperationsAtDifferentDepthsDoNotDisturbEachOther) {
     LeakGuard guard;

@@ -1,10 +1,10 @@
 // Golden trace lines of a representative set of the bitmap core's
 // functions, byte for byte (the stamp removed), at the levels they use.
-#include "dibtest.h"
+#include "dibimages.h"
 
 #include <algorithm>
 
-using namespace dibtest;
+using namespace tovtest;
 
 namespace {
 

@@ -1,30 +1,14 @@
 // The tov program: its commands, exit status and messages.
 #include "testsupport.h"
+#include "toolrun.h"
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
-#include <cstdlib>
 #include <string>
 
 using namespace tovtest;
 
 namespace {
-
-struct ToolRun {
-    int status;
-    std::string out, err;
-};
-
-ToolRun Tov(const std::string& arguments) {
-    std::string command = std::string("'") + TOV_TOOL_PATH + "' " + arguments + " >out.txt 2>err.txt";
-    int raw = std::system(command.c_str());
-    ToolRun run{WIFEXITED(raw) ? WEXITSTATUS(raw) : -1, ReadFileBytes("out.txt"), ReadFileBytes("err.txt")};
-    std::remove("out.txt");
-    std::remove("err.txt");
-    return run;
-}
 
 std::string Info(const std::string& file, int w, int h, int depth, int colours) {
     return "file: " + file + "\nwidth: " + std::to_string(w) + "\nheight: " + std::to_string(h) +
