@@ -137,8 +137,11 @@ BOOL IsBadReadPtr(const void* p, size_t bytes) {
     return FALSE;
 }
 
+// A 32-bit process on the device sees at most 2 GiB of anything, and the
+// figures are traced with %d: clamp so they stay true and positive.
+constexpr unsigned long long kMaxFigure = 0x7FFFFFFFull;
 static DWORD ClampToDword(unsigned long long v) {
-    return v > 0xFFFFFFFFull ? 0xFFFFFFFFu : static_cast<DWORD>(v);
+    return static_cast<DWORD>(v > kMaxFigure ? kMaxFigure : v);
 }
 
 void GlobalMemoryStatus(MEMORYSTATUS* status) {
@@ -155,9 +158,8 @@ void GlobalMemoryStatus(MEMORYSTATUS* status) {
     status->dwAvailPhys = ClampToDword(avail);
     status->dwTotalPageFile = ClampToDword(total + swapTotal);
     status->dwAvailPageFile = ClampToDword(avail + swapFree);
-    // A 32-bit process on the device sees 2 GiB of address space.
-    status->dwTotalVirtual = 0x80000000u;
-    status->dwAvailVirtual = ClampToDword(avail < 0x80000000ull ? avail : 0x80000000ull);
+    status->dwTotalVirtual = static_cast<DWORD>(kMaxFigure);
+    status->dwAvailVirtual = ClampToDword(avail);
 }
 
 void PlatFailAllocation(long nth) {

@@ -71,6 +71,8 @@ TEST(Memory, ProbeWithoutSignals) {
     EXPECT_GT(ms.dwTotalPhys, 0u);
     EXPECT_LE(ms.dwAvailPhys, ms.dwTotalPhys);
     EXPECT_LE(ms.dwMemoryLoad, 100u);
+    for (DWORD figure : {ms.dwTotalPhys, ms.dwAvailPhys, ms.dwTotalPageFile, ms.dwAvailPageFile, ms.dwTotalVirtual, ms.dwAvailVirtual})
+        EXPECT_LE(figure, 0x7FFFFFFFu) << "figures are traced with %d";
 }
 
 TEST(Files, WriteReadSeekAndErrors) {
