@@ -20,37 +20,24 @@ struct Canvas {
     HDC dc = nullptr;
     HGDIOBJ old = nullptr;
     BYTE* bits = nullptr;
-    LONG width = 0, height = 0, stride = 0;
-    int bpp = 8;
+    LONG width, height, stride;
+    int bpp;
 
-    Canvas(LONG w, LONG h, int depth) : width(w), height(h), bpp(depth) {
+    Canvas(LONG w, LONG h, int depth) : width(w), height(h), stride(((w * depth + 31) / 32) * 4), bpp(depth) {
         std::vector<BYTE> info(40 + 256 * 4, 0);
         auto* bi = reinterpret_cast<BITMAPINFO*>(info.data());
-        bi->bmiHeader.biSize = 40;
-        bi->bmiHeader.biWidth = w;
-        bi->bmiHeader.biHeight = h;
-        bi->bmiHeader.biPlanes = 1;
-        bi->bmiHeader.biBitCount = WORD(depth);
-        if (depth <= 8) {
-            int n = 1 << depth;
-            bi->bmiHeader.biClrUsed = DWORD(n);
-            for (int i = 0; i < n; ++i) {
-                BYTE g = BYTE(depth == 1 ? i * 255 : depth == 4 ? i * 17 : i);
-                info[40 + 4 * i] = info[41 + 4 * i] = info[42 + 4 * i] = g;
-            }
-        }
+        bi->bmiHeader = {40, w, h, 1, WORD(depth), 0, 0, 0, 0, depth <= 8 ? 1u << depth : 0u, 0};
+        for (int i = 0; depth <= 8 && i < (1 << depth); ++i)
+            std::memset(&info[40 + 4 * size_t(i)], depth == 1 ? i * 255 : depth == 4 ? i * 17 : i, 3);
         void* p = nullptr;
         bitmap = CreateDIBSection(nullptr, bi, DIB_RGB_COLORS, &p, nullptr, 0);
         bits = static_cast<BYTE*>(p);
-        stride = ((w * depth + 31) / 32) * 4;
         dc = CreateCompatibleDC(nullptr);
         if (bitmap && dc) old = SelectObject(dc, bitmap);
     }
     ~Canvas() {
-        if (dc) {
-            if (old) SelectObject(dc, old);
-            DeleteDC(dc);
-        }
+        if (old) SelectObject(dc, old);
+        if (dc) DeleteDC(dc);
         if (bitmap) DeleteObject(bitmap);
     }
     Canvas(const Canvas&) = delete;
@@ -60,14 +47,15 @@ struct Canvas {
     BYTE* Row(LONG y) const { return bits + int64_t(height - 1 - y) * stride; }
     DWORD Get(LONG x, LONG y) const { return GdiGetRaw(Row(y), x, bpp); }
     void Set(LONG x, LONG y, DWORD v) { GdiPutRaw(Row(y), x, bpp, v); }
-    void Fill(DWORD v) {
+    template <class F>
+    void Each(F f) {
         for (LONG y = 0; y < height; ++y)
-            for (LONG x = 0; x < width; ++x) Set(x, y, v);
+            for (LONG x = 0; x < width; ++x) Set(x, y, f());
     }
+    void Fill(DWORD v) { Each([v] { return v; }); }
     void Random(std::mt19937& rng) {
         DWORD mask = bpp == 32 ? 0xFFFFFFu : (1u << bpp) - 1u;
-        for (LONG y = 0; y < height; ++y)
-            for (LONG x = 0; x < width; ++x) Set(x, y, DWORD(rng()) & mask);
+        Each([&] { return DWORD(rng()) & mask; });
     }
     std::vector<DWORD> Pixels() const {
         std::vector<DWORD> out;
