@@ -1,227 +1,136 @@
-// Helpers of the point, histogram and neighbourhood tests: random bitmaps of
-// any depth and colour count, the pixel store as bytes, and plain reference
-// versions of the operations, written pixel by pixel through the bitmap's
-// read and write routines as the operations are described.
+// Helpers of the point, histogram and neighbourhood tests, and plain
+// reference versions of the operations, pixel by pixel through the bitmap's
+// own read and write routines.
 #pragma once
 
 #include <gtest/gtest.h>
 
-#include "dibce.h"
+#include "dibimages.h"
 #include "dibops.h"
-#include "testsupport.h"
 
+#include <algorithm>
 #include <cmath>
-#include <cstdint>
 #include <cstring>
 #include <random>
 #include <vector>
 
 namespace ops1test {
 
-constexpr DWORD kDepths[] = {1, 4, 8};
-constexpr LONG kSizes[] = {1, 2, 3, 4, 7, 8, 9, 31, 32, 33, 70};
+using tovtest::Dib;
+using tovtest::kDepths;
+using Bytes = std::vector<BYTE>;
 
-// Owns a handle for the length of a test.
-struct Dib {
-    HDIB h = nullptr;
-    Dib() = default;
-    explicit Dib(HDIB handle) : h(handle) {}
-    ~Dib() {
-        if (h) DibUnload(h);
-    }
-    Dib(const Dib&) = delete;
-    Dib& operator=(const Dib&) = delete;
-    Dib(Dib&& o) noexcept : h(o.h) { o.h = nullptr; }
-    operator HDIB() const { return h; }
-};
+// Heights 1-3 reach the no-interior cases; 9 has rows of every kind.
+constexpr LONG kHeights[] = {1, 2, 3, 9};
 
-// A bitmap of the depth with colours table entries (0: the depth's own
-// count), every byte of the store random, padding included. A count above
-// the depth's is written into the header afterwards, as an application can
-// through tovInfoHeaderPtr.
-inline Dib MakeRandom(LONG width, LONG height, DWORD bits, uint32_t seed, DWORD colors = 0) {
-    const DWORD most = bits <= 8 ? 1u << bits : 256;
-    const DWORD patched = colors > most ? colors : 0;
-    if (patched) colors = 0;
-    const DWORD entries = colors ? colors : (bits <= 8 ? 1u << bits : 0);
-    auto* info = static_cast<BITMAPINFO*>(LocalAlloc(LPTR, 40 + 4 * (entries + 1)));
-    info->bmiHeader.biSize = 40;
-    info->bmiHeader.biWidth = width;
-    info->bmiHeader.biHeight = height;
-    info->bmiHeader.biPlanes = 1;
-    info->bmiHeader.biBitCount = WORD(bits);
-    info->bmiHeader.biClrUsed = colors;
-    auto* table = reinterpret_cast<RGBQUAD*>(reinterpret_cast<BYTE*>(info) + 40);
-    for (DWORD i = 0; i < entries; ++i) table[i].rgbBlue = table[i].rgbGreen = table[i].rgbRed = BYTE(i);
-    Dib d(DibCreateFromBitmapInfo(info));
-    LocalFree(info);
-    EXPECT_NE(d.h, nullptr);
-    if (d.h) {
-        if (patched) d.h->ds.dsBmih.biClrUsed = patched;
-        std::mt19937 rng(seed);
-        for (DWORD i = 0; i < DibBitsSize(d); ++i) d.h->pBits[i] = BYTE(rng());
-    }
+// A random bitmap (padding included); colors, when given, is written into
+// the header as an application can, below or above the depth's own count.
+inline Dib Random(LONG w, LONG h, DWORD bits, uint32_t seed, DWORD colors = 0) {
+    Dib d(tovtest::MakeRandom(w, h, bits, seed));
+    if (d.h && colors) d.h->ds.dsBmih.biClrUsed = colors;
     return d;
 }
 
-// Random pixels drawn from a few values, so that equal values, runs and a
-// background are common.
-inline void FillFromValues(HDIB h, const std::vector<BYTE>& values, uint32_t seed) {
-    std::mt19937 rng(seed);
+// A 24-bit bitmap, refused by every operation here.
+inline Dib Deep() {
+    BITMAPINFO info = {};
+    info.bmiHeader = {40, 5, 5, 1, 24, 0, 0, 0, 0, 1, 0};
+    return Dib(DibCreateFromBitmapInfo(&info));
+}
+
+inline DibPixelIO IO(HDIB h) {
     DibPixelIO io;
-    DibRegisterPixelIO(DibBitCount(h), &io);
+    EXPECT_EQ(DibRegisterPixelIO(DibBitCount(h), &io), DWORD(DibOk));
+    return io;
+}
+
+// Pixels drawn from a few values, so that runs and a background are common.
+inline void FillFrom(HDIB h, const Bytes& values, uint32_t seed) {
+    std::mt19937 rng(seed);
+    DibPixelIO io = IO(h);
     for (LONG y = 0; y < DibHeight(h); ++y)
         for (LONG x = 0; x < DibWidth(h); ++x) io.set(h, x, y, values[rng() % values.size()]);
 }
 
-inline std::vector<BYTE> Bytes(HDIB h) { return std::vector<BYTE>(h->pBits, h->pBits + DibBitsSize(h)); }
-inline void SetBytes(HDIB h, const std::vector<BYTE>& b) { std::memcpy(h->pBits, b.data(), b.size()); }
+inline Bytes Store(HDIB h) { return tovtest::StoreBytes(h); }
+inline void SetStore(HDIB h, const Bytes& b) { std::memcpy(h->pBits, b.data(), b.size()); }
+inline Dib Copy(HDIB h) { return Dib(DibCreateCopy(h)); }
 
-inline Dib Copy(HDIB h) {
-    Dib d(DibCreateCopy(h));
-    EXPECT_NE(d.h, nullptr);
-    return d;
-}
+/* ---- reference operations ---- */
 
-/* ---- reference operations ------------------------------------------------- */
-
-// New value = f(old) for every pixel, rows outside, through the slots.
 template <class F>
 void RefMap(HDIB h, F f) {
-    DibPixelIO io;
-    ASSERT_EQ(DibRegisterPixelIO(DibBitCount(h), &io), DWORD(DibOk));
+    DibPixelIO io = IO(h);
     for (LONG y = 0; y < DibHeight(h); ++y)
-        for (LONG x = 0; x < DibWidth(h); ++x) io.set(h, x, y, f(io.get(h, x, y)));
+        for (LONG x = 0; x < DibWidth(h); ++x) io.set(h, x, y, f(int64_t(io.get(h, x, y))));
 }
 
-inline LONG RefClamp(int64_t value, DWORD colors) {
-    if (value >= int64_t(colors)) value = int64_t(colors) - 1;
-    if (value < 0) value = 0;
-    return LONG(value);
+inline DWORD Clamp(int64_t v, DWORD colors) { return DWORD(v < 0 ? 0 : v >= colors ? colors - 1 : v); }
+
+inline void RefBrightness(HDIB h, LONG b) {
+    RefMap(h, [&](int64_t old) { return Clamp(old + b, DibNumColors(h)); });
 }
 
-inline void RefBrightness(HDIB h, LONG brightness) {
-    const DWORD colors = DibNumColors(h);
-    RefMap(h, [&](DWORD old) { return DWORD(RefClamp(int64_t(old) + brightness, colors)); });
-}
-
-inline LONG RefContrastAdj(LONG contrast) {
-    float first = float(contrast + 255) * 0.003921569f;
-    float second = first * 65536.0f;
-    return LONG(second);
-}
+// Gain in 16.16, worked out in single precision as the device does.
+inline LONG RefGain(LONG contrast) { return LONG(float(contrast + 255) * 0.003921569f * 65536.0f); }
 
 inline void RefContrast(HDIB h, LONG contrast, LONG offset) {
-    const DWORD colors = DibNumColors(h);
-    const LONG adj = RefContrastAdj(contrast);
-    RefMap(h, [&](DWORD old) {
-        int64_t product = int64_t(old) * adj;
-        int64_t shifted = product >= 0 ? product / 65536 : -((-product + 65535) / 65536); // floor
-        return DWORD(RefClamp(offset + shifted, colors));
-    });
+    RefMap(h, [&](int64_t old) { return Clamp(offset + ((old * RefGain(contrast)) >> 16), DibNumColors(h)); });
 }
 
 inline void RefInvert(HDIB h) {
-    const DWORD colors = DibNumColors(h);
-    RefMap(h, [&](DWORD old) { return colors - old - 1; });
-}
-
-inline std::vector<BYTE> RefGammaTable(double gamma) {
-    std::vector<BYTE> t(256);
-    for (int x = 0; x < 256; ++x) t[x] = BYTE(x);
-    if (gamma == 1.0) return t;
-    t[0] = 0;
-    double k = std::pow(255.0, 1.0 - gamma);
-    for (int x = 1; x < 256; ++x) {
-        unsigned v = unsigned(std::pow(double(x), gamma) * k + 0.5);
-        t[x] = v > 255 ? 255 : BYTE(v);
-    }
-    return t;
+    RefMap(h, [&](int64_t old) { return DWORD(DibNumColors(h) - old - 1); });
 }
 
 inline void RefGamma(HDIB h, double gamma) {
-    std::vector<BYTE> t = RefGammaTable(gamma);
-    for (LONG y = 0; y < DibHeight(h); ++y)
-        for (LONG x = 0; x < DibWidth(h); ++x) h->ppRow[y][x] = t[h->ppRow[y][x]];
+    const double k = std::pow(255.0, 1.0 - gamma);
+    RefMap(h, [&](int64_t x) {
+        return x == 0 || gamma == 1.0 ? DWORD(x) : std::min(255u, DWORD(std::pow(double(x), gamma) * k + 0.5));
+    });
 }
 
-inline DWORD RefBlack(const DWORD* c, int64_t count) {
-    int64_t sum = 0;
-    for (int v = 0; v <= 254; ++v)
-        if ((sum += c[v]) > count) return DWORD(v);
-    return 255;
-}
-
-inline DWORD RefWhite(const DWORD* c, int64_t count) {
-    int64_t sum = 0;
-    for (int v = 255; v >= 1; --v)
-        if ((sum += c[v]) > count) return DWORD(v);
-    return 0;
-}
-
-// The stretch of an 8-bit bitmap with black and white found as described.
 inline void RefStretch(HDIB h, LONG low, LONG high, DWORD mode) {
-    const LONG width = DibWidth(h), height = DibHeight(h);
     DWORD black = DWORD(low), white = DWORD(high);
     if (mode == 1) {
         DWORD hist[256] = {};
-        for (LONG y = 0; y < height; ++y)
-            for (LONG x = 0; x < width; ++x) ++hist[h->ppRow[y][x]];
-        double pixels = double(DWORD(width) * DWORD(height));
-        black = RefBlack(hist, int64_t(double(low) * 0.01 * pixels));
-        white = RefWhite(hist, int64_t(double(high) * 0.01 * pixels));
+        RefMap(h, [&](int64_t v) { return ++hist[v], DWORD(v); });
+        const double pixels = double(DWORD(DibWidth(h)) * DWORD(DibHeight(h)));
+        const int64_t dark = int64_t(low * 0.01 * pixels), light = int64_t(high * 0.01 * pixels);
+        int64_t sum = 0;
+        for (black = 0; black < 255 && (sum += hist[black]) <= dark;) ++black;
+        for (sum = 0, white = 255; white > 0 && (sum += hist[white]) <= light;) --white;
     }
-    DWORD range = white - black;
-    for (LONG y = 0; y < height; ++y) {
-        for (LONG x = 0; x < width; ++x) {
-            BYTE& p = h->ppRow[y][x];
-            if (range == 0) {
-                if (p > black) p = 255;
-                else if (p < black) p = 0;
-                continue;
-            }
-            DWORD base = (black * 255) / range;
-            LONG v = LONG((DWORD(p) * 255) / range) - LONG(base);
-            p = v > 255 ? 255 : v < 0 ? 0 : BYTE(v);
-        }
-    }
+    const DWORD range = white - black;
+    RefMap(h, [&](int64_t p) -> DWORD {
+        if (range == 0) return p > black ? 255 : p < black ? 0 : DWORD(p);
+        return Clamp(int64_t(DWORD(p) * 255 / range) - int64_t(black * 255 / range), 256);
+    });
 }
 
-// Rank filter: nine pixels from a copy, an exchange sort, index rank.
-inline void RefRank(HDIB h, DWORD rank) {
+// f(copy, x, y) for every interior pixel, reading the unchanged copy.
+template <class F>
+void RefInterior(HDIB h, F f) {
     Dib copy = Copy(h);
-    DibPixelIO io;
-    ASSERT_EQ(DibRegisterPixelIO(DibBitCount(h), &io), DWORD(DibOk));
-    const LONG width = DibWidth(h), height = DibHeight(h);
-    for (LONG y = 1; y <= height - 2; ++y) {
-        for (LONG x = 1; width >= 3 && x <= width - 2; ++x) {
-            LONG win[9];
-            int n = 0;
-            for (LONG dy = -1; dy <= 1; ++dy)
-                for (LONG dx = -1; dx <= 1; ++dx) win[n++] = LONG(io.get(copy, x + dx, y + dy));
-            for (int pass = 8; pass >= 1; --pass)
-                for (int i = 0; i < pass; ++i)
-                    if (win[i] > win[i + 1]) std::swap(win[i], win[i + 1]);
-            io.set(h, x, y, DWORD(win[rank]));
-        }
-    }
+    DibPixelIO io = IO(h);
+    for (LONG y = 1; y + 1 < DibHeight(h); ++y)
+        for (LONG x = 1; x + 1 < DibWidth(h); ++x) f(io, copy.h, x, y);
+}
+
+inline void RefRank(HDIB h, DWORD rank) {
+    RefInterior(h, [&](DibPixelIO& io, HDIB c, LONG x, LONG y) {
+        DWORD win[9];
+        for (int i = 0; i < 9; ++i) win[i] = io.get(c, x + i % 3 - 1, y + i / 3 - 1);
+        std::sort(win, win + 9);
+        io.set(h, x, y, win[rank]);
+    });
 }
 
 inline void RefDespeckle(HDIB h, DWORD threshold, DWORD background) {
-    Dib copy = Copy(h);
-    DibPixelIO io;
-    ASSERT_EQ(DibRegisterPixelIO(DibBitCount(h), &io), DWORD(DibOk));
-    const LONG width = DibWidth(h), height = DibHeight(h);
-    for (LONG y = 1; y <= height - 2; ++y) {
-        for (LONG x = 1; width >= 3 && x <= width - 2; ++x) {
-            if (io.get(copy, x, y) == background) continue;
-            DWORD count = 0;
-            for (LONG dy = -1; dy <= 1; ++dy)
-                for (LONG dx = -1; dx <= 1; ++dx)
-                    if ((dx || dy) && io.get(copy, x + dx, y + dy) != background) ++count;
-            if (count < threshold) io.set(h, x, y, background);
-        }
-    }
+    RefInterior(h, [&](DibPixelIO& io, HDIB c, LONG x, LONG y) {
+        DWORD count = 0;
+        for (int i = 0; i < 9; ++i) count += i != 4 && io.get(c, x + i % 3 - 1, y + i / 3 - 1) != background;
+        if (io.get(c, x, y) != background && count < threshold) io.set(h, x, y, background);
+    });
 }
 
 }  // namespace ops1test

@@ -1,159 +1,141 @@
-// Point operations against the reference, the table kernel's two paths, and
-// the telling values of contrast and gamma.
+// Point operations and the histogram against the reference, telling values,
+// and the row kernels on every way this processor has.
 #include "dibkernels.h"
 #include "ops1test.h"
 
 #include <tovrel/tovrel.h>
 
 #include <functional>
-#include <string>
 
 using namespace ops1test;
 
-namespace {
-
-struct PointCase {
-    const char* name;
-    std::function<DWORD(HDIB)> op;
-    std::function<void(HDIB)> ref;
-    bool eightBitOnly;
-};
-
-std::vector<PointCase> PointCases() {
-    std::vector<PointCase> cases;
-    for (LONG b : {-255, -100, -1, 0, 1, 7, 200, 255})
-        cases.push_back({"brightness", [b](HDIB h) { return DibBrightness(h, b); },
-                         [b](HDIB h) { RefBrightness(h, b); }, false});
-    for (LONG c : {-255, -128, -1, 0, 1, 64, 128, 255})
-        cases.push_back({"contrast", [c](HDIB h) { return DibContrast(h, c, -(c / 2)); },
-                         [c](HDIB h) { RefContrast(h, c, -(c / 2)); }, false});
-    // The offset is free when the function is called directly.
-    for (LONG off : {-300, -7, 9, 300})
-        cases.push_back({"contrast offset", [off](HDIB h) { return DibContrast(h, 100, off); },
-                         [off](HDIB h) { RefContrast(h, 100, off); }, false});
-    cases.push_back({"invert", [](HDIB h) { return DibInvert(h); }, [](HDIB h) { RefInvert(h); }, false});
-    for (double g : {0.1, 0.5, 0.9, 1.0, 1.7, 2.0, 10.0})
-        cases.push_back({"gamma", [g](HDIB h) { return DibGammaCorrection(h, g); },
-                         [g](HDIB h) { RefGamma(h, g); }, true});
-    return cases;
-}
-
-}  // namespace
-
-// Every depth, sizes 1 to 70 with odd widths, and colour counts below and
-// above the depth's own: bytes of the whole store (padding included) equal
-// the reference's.
-TEST(PointOperations, MatchReferenceOnRandomBitmaps) {
-    struct Shape { DWORD bits; DWORD colors; };
-    const Shape shapes[] = {{1, 0}, {4, 0}, {8, 0}, {8, 5}, {8, 300}, {4, 10}, {4, 256}, {1, 16}};
+// Every depth, colour counts below and above the depth's own (the clamp is
+// to the count, not the depth): the whole store equals the reference's.
+TEST(PointOperations, MatchReference) {
+    struct Case { std::function<DWORD(HDIB)> op; std::function<void(HDIB)> ref; bool eightOnly; };
+    std::vector<Case> cases = {{DibInvert, RefInvert, false}};
+    for (LONG b : {-255, -1, 7, 255})
+        cases.push_back({[b](HDIB h) { return DibBrightness(h, b); }, [b](HDIB h) { RefBrightness(h, b); }, false});
+    for (LONG c : {-255, -128, -1, 0, 64, 255})
+        for (LONG off : {-(c / 2), LONG(-300), LONG(300)})
+            cases.push_back({[=](HDIB h) { return DibContrast(h, c, off); },
+                             [=](HDIB h) { RefContrast(h, c, off); }, false});
+    for (double g : {0.1, 0.5, 1.0, 1.7, 10.0})
+        cases.push_back({[g](HDIB h) { return DibGammaCorrection(h, g); }, [g](HDIB h) { RefGamma(h, g); }, true});
+    const std::pair<DWORD, DWORD> shapes[] = {{1, 0}, {4, 0}, {8, 0}, {8, 5}, {8, 300}, {4, 10}, {4, 256}, {1, 16}};
     uint32_t seed = 1;
-    for (const PointCase& c : PointCases()) {
-        for (const Shape& s : shapes) {
-            if (c.eightBitOnly && s.bits != 8) continue;
-            for (LONG w : kSizes) {
-                for (LONG h : {1, 2, 3, 5}) {
-                    // Twins rather than a copy: a copy cannot carry an
-                    // oversized colour count.
-                    Dib a = MakeRandom(w, h, s.bits, seed, s.colors);
-                    Dib b = MakeRandom(w, h, s.bits, seed++, s.colors);
-                    ASSERT_TRUE(a.h && b.h);
-                    ASSERT_EQ(c.op(a), DWORD(DibOk)) << c.name;
+    for (const Case& c : cases)
+        for (auto [bits, colors] : shapes)
+            for (LONG w : tovtest::kWidths)
+                for (LONG h : kHeights) {
+                    if (c.eightOnly && bits != 8) continue;
+                    Dib a = Random(w, h, bits, seed, colors), b = Random(w, h, bits, seed++, colors);
+                    ASSERT_EQ(c.op(a), DWORD(DibOk));
                     c.ref(b);
-                    ASSERT_EQ(Bytes(a), Bytes(b)) << c.name << " bits " << s.bits << " colors " << s.colors
-                                                  << " " << w << "x" << h;
+                    ASSERT_EQ(Store(a), Store(b)) << bits << " bits, " << colors << " colours, " << w << "x" << h;
                 }
-            }
+}
+
+// Values worked out by hand; they hold the reference to the rules too.
+TEST(PointOperations, TellingValues) {
+    struct Row { DWORD (*op)(HDIB); BYTE in, out; };
+    const Row rows[] = {
+        {[](HDIB h) { return tovContrast(h, -1); }, 255, 254},
+        {[](HDIB h) { return tovContrast(h, 255); }, 64, 1},
+        {[](HDIB h) { return tovContrast(h, 255); }, 128, 129},
+        {[](HDIB h) { return tovContrast(h, -255); }, 0, 127},
+        {[](HDIB h) { return tovContrast(h, -255); }, 255, 127},
+        {[](HDIB h) { return tovGammaCorrection(h, 2.0); }, 128, 64},
+        {[](HDIB h) { return tovGammaCorrection(h, 0.5); }, 1, 16},
+        {[](HDIB h) { return tovGammaCorrection(h, 10.0); }, 192, 15},
+        {[](HDIB h) { return tovHistogramStretchEx(h, 50, 200, 0); }, 49, 0},
+        {[](HDIB h) { return tovHistogramStretchEx(h, 50, 200, 0); }, 125, 127},
+        {[](HDIB h) { return tovHistogramStretchEx(h, 50, 200, 0); }, 201, 255},
+        {[](HDIB h) { return tovHistogramStretch(h); }, 77, 77},                  // uniform: no range
+        {[](HDIB h) { return tovHistogramStretchEx(h, 100, 100, 1); }, 200, 0},  // crossed cut-offs
+    };
+    for (const Row& r : rows) {
+        Dib d(tovCreateHDIBExt(3, 2, r.in, 8));
+        ASSERT_EQ(r.op(d), DWORD(tovOk));
+        EXPECT_EQ(d.h->ppRow[1][2], r.out) << int(r.in) << " -> " << int(r.out);
+    }
+}
+
+// Widths round the counting kernel's blocks as well.
+TEST(Histogram, CountsPixelsAndFindsPoints) {
+    uint32_t seed = 11;
+    for (LONG w : {1, 7, 8, 9, 31, 32, 33, 63, 64, 65, 1000})
+        for (LONG h : kHeights) {
+            Dib d = Random(w, h, 8, seed++);
+            DWORD got[256] = {}, want[256] = {};
+            got[3] = want[3] = 10;  // added to, not cleared
+            for (LONG y = 0; y < h; ++y)
+                for (LONG x = 0; x < w; ++x) ++want[d.h->ppRow[y][x]];
+            ASSERT_EQ(DibHistogram(d, got), DWORD(DibOk));
+            ASSERT_TRUE(std::equal(got, got + 256, want)) << w << "x" << h;
         }
+    DWORD c[256] = {};
+    c[0] = c[255] = 100;  // each read by one search only
+    c[10] = c[20] = 5;
+    c[200] = 3;
+    const LONG counts[] = {-1, 0, 99, 100, 104, 105, 109, 110, 112, 113};
+    const DWORD black[] = {0, 0, 0, 10, 10, 20, 20, 200, 200, 255};
+    const DWORD white[] = {255, 255, 255, 200, 20, 20, 10, 10, 10, 0};
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(DibHistogramBlackValue(c, counts[i]), black[i]) << counts[i];
+        EXPECT_EQ(DibHistogramWhiteValue(c, counts[i]), white[i]) << counts[i];
     }
 }
 
-TEST(PointOperations, ContrastGainInSinglePrecision) {
-    const std::pair<LONG, LONG> gains[] = {{-255, 0}, {0, 65536}, {255, 131072}, {128, 98432}, {-1, 65279}};
-    for (auto [contrast, gain] : gains) EXPECT_EQ(RefContrastAdj(contrast), gain) << contrast;
-    // Pixel values of the telling cases, through the export.
-    struct Row { LONG contrast; BYTE in, out; };
-    const Row rows[] = {{-1, 255, 254}, {255, 64, 1}, {255, 128, 129}, {255, 192, 255},
-                        {-255, 0, 127}, {-255, 255, 127}, {0, 77, 77}};
-    for (const Row& r : rows) {
-        Dib d = MakeRandom(3, 2, 8, 7);
-        for (LONG y = 0; y < 2; ++y) std::memset(d.h->ppRow[y], r.in, 3);
-        ASSERT_EQ(tovContrast(d, r.contrast), DWORD(tovOk));
-        EXPECT_EQ(d.h->ppRow[1][2], r.out) << r.contrast << " " << int(r.in);
-    }
-    // A 1-bit bitmap at -255: everything is clamped to 1.
-    Dib one = MakeRandom(9, 3, 1, 3);
-    ASSERT_EQ(tovContrast(one, -255), DWORD(tovOk));
-    for (LONG x = 0; x < 9; ++x) EXPECT_EQ(DibGetPixel1(one, x, 1), 1u);
+// Random argument pairs in both modes, narrow histograms and range 0; the
+// fixed form equals mode 1 with 2 and 2.
+TEST(HistogramStretch, MatchesReference) {
+    std::mt19937 rng(17);
+    uint32_t seed = 100;
+    for (LONG w : tovtest::kWidths)
+        for (LONG h : kHeights)
+            for (int round = 0; round < 7; ++round) {
+                const DWORD mode = round & 1;
+                LONG low = LONG(rng() % (mode ? 101 : 256)), high = LONG(rng() % (mode ? 101 : 256));
+                if (low > high) std::swap(low, high);
+                if (round == 4) low = high;
+                Dib a = Random(w, h, 8, seed++);
+                if (round == 5) FillFrom(a, {40, 41, 200}, seed);
+                Dib b = Copy(a);
+                if (round == 6) {
+                    ASSERT_EQ(tovHistogramStretch(a), DWORD(tovOk));
+                    low = high = 2;
+                    RefStretch(b, 2, 2, 1);
+                } else {
+                    ASSERT_EQ(DibHistogramStretchEx(a, low, high, mode), DWORD(DibOk));
+                    RefStretch(b, low, high, mode);
+                }
+                ASSERT_EQ(Store(a), Store(b)) << w << "x" << h << " " << low << "," << high << "," << mode;
+            }
 }
 
-TEST(PointOperations, GammaTableValues) {
-    struct Row { double gamma; int x; BYTE value; };
-    const Row rows[] = {{2.0, 128, 64}, {0.5, 128, 181}, {0.5, 1, 16}, {10.0, 192, 15}};
-    for (const Row& r : rows) {
-        Dib d = MakeRandom(1, 1, 8, 1);
-        d.h->ppRow[0][0] = BYTE(r.x);
-        ASSERT_EQ(tovGammaCorrection(d, r.gamma), DWORD(tovOk));
-        EXPECT_EQ(d.h->ppRow[0][0], r.value) << r.gamma;
-    }
-    for (double g : {0.1, 0.37, 3.3, 10.0}) {
-        std::vector<BYTE> t = RefGammaTable(g);
-        EXPECT_EQ(t[0], 0);
-        EXPECT_EQ(t[255], 255) << g;
-    }
-}
-
-TEST(PointOperations, BrightnessExtremesAndOneBit) {
-    Dib d = MakeRandom(33, 4, 8, 9);
-    ASSERT_EQ(tovBrightness(d, 255), DWORD(tovOk));
-    for (LONG y = 0; y < 4; ++y)
-        for (LONG x = 0; x < 33; ++x) ASSERT_EQ(d.h->ppRow[y][x], 255);
-    ASSERT_EQ(tovBrightness(d, -255), DWORD(tovOk));
-    for (LONG y = 0; y < 4; ++y)
-        for (LONG x = 0; x < 33; ++x) ASSERT_EQ(d.h->ppRow[y][x], 0);
-    Dib one = MakeRandom(17, 2, 1, 4);
-    ASSERT_EQ(DibBrightness(one, 1), DWORD(DibOk));
-    for (LONG x = 0; x < 17; ++x) EXPECT_EQ(DibGetPixel1(one, x, 0), 1u);
-}
-
-TEST(PointOperations, InvertTwiceRestores) {
-    for (DWORD bits : kDepths) {
-        Dib d = MakeRandom(31, 5, bits, bits);
-        std::vector<BYTE> before = Bytes(d);
-        ASSERT_EQ(tovInvert(d), DWORD(tovOk));
-        EXPECT_NE(Bytes(d), before);
-        ASSERT_EQ(tovInvert(d), DWORD(tovOk));
-        EXPECT_EQ(Bytes(d), before) << bits;
-    }
-}
-
-// Every way of the table kernel this processor has, at every length round
-// the vector widths and at unaligned starts; the bytes past the end stay.
-TEST(TableKernel, EveryWayMatchesPlainLookup) {
+// The table lookup on every way, at lengths round the vector widths and
+// unaligned starts; bytes past the end stay.
+TEST(RowKernels, TableLookupEveryWay) {
     std::mt19937 rng(5);
     BYTE table[256];
     int ways = 0;
     for (int way = 0; way < DIB_TABLE_WAYS; ++way) {
-        std::vector<BYTE> probe(1);
-        if (!DibTableRow8With(way, table, probe.data(), 0)) continue;
+        BYTE probe = 0;
+        if (!DibTableRow8With(way, table, &probe, 0)) continue;
         ++ways;
-        for (int round = 0; round < 3; ++round) {
-            for (BYTE& t : table) t = BYTE(rng());
-            for (size_t n = 0; n <= 200; ++n) {
-                for (size_t start : {0, 1, 7}) {
-                    std::vector<BYTE> row(start + n + 70);
-                    for (BYTE& b : row) b = BYTE(rng());
-                    std::vector<BYTE> want = row, got = row;
-                    for (size_t i = 0; i < n; ++i) want[start + i] = table[want[start + i]];
-                    ASSERT_TRUE(DibTableRow8With(way, table, got.data() + start, n));
-                    ASSERT_EQ(got, want) << "way " << way << " n " << n;
-                    if (way == 0) {
-                        got = row;
-                        DibTableRow8(table, got.data() + start, n);
-                        ASSERT_EQ(got, want) << "best way, n " << n;
-                    }
-                }
+        for (BYTE& t : table) t = BYTE(rng());
+        for (size_t n = 0; n <= 200; ++n)
+            for (size_t start : {0, 1, 7}) {
+                Bytes row(start + n + 70);
+                for (BYTE& b : row) b = BYTE(rng());
+                Bytes want = row, got = row, best = row;
+                for (size_t i = 0; i < n; ++i) want[start + i] = table[want[start + i]];
+                ASSERT_TRUE(DibTableRow8With(way, table, got.data() + start, n));
+                DibTableRow8(table, best.data() + start, n);
+                ASSERT_EQ(got, want) << "way " << way << " n " << n;
+                ASSERT_EQ(best, want) << "n " << n;
             }
-        }
     }
     EXPECT_GE(ways, 1);
     EXPECT_FALSE(DibTableRow8With(DIB_TABLE_WAYS, table, nullptr, 0));
