@@ -1,6 +1,5 @@
 // BMP files: round trips, the file layout, failing writes, malformed and
-// foreign files (the public BMP suite), allocation failure while loading,
-// and the file names of the exports.
+// foreign files (the public BMP suite), and the file names of the exports.
 #include "dibimages.h"
 
 #include <unistd.h>
@@ -31,7 +30,7 @@ DWORD Save(const std::string& path, HDIB h) { return DibBMPSave(W(path).c_str(),
 }  // namespace
 
 TEST(DibBmp, RoundTripsGiveEqualBitmapsAndEqualFiles) {
-    tovtest::ScratchDir dir;
+    ScratchDir dir;
     LeakGuard guard;
     for (DWORD bits : kDepths) {
         for (LONG width : kWidths) {
@@ -39,7 +38,7 @@ TEST(DibBmp, RoundTripsGiveEqualBitmapsAndEqualFiles) {
             HDIB h = MakePatterned(width, 5, bits, 9);
             h->pbmiColors[1].rgbRed = 42;  // colours are written as the record holds them
             ASSERT_EQ(tovSaveBMP(h, u"first"), 0u);
-            std::string first = tovtest::ReadFileBytes("first.bmp");
+            std::string first = ReadFileBytes("first.bmp");
             ASSERT_EQ(first.size(), size_t(14 + 40 + (4 << bits) + 5 * Stride(width, bits)));
             EXPECT_EQ(first.substr(0, 2), "BM");
             EXPECT_EQ(Le32(first, 2), first.size());
@@ -52,78 +51,69 @@ TEST(DibBmp, RoundTripsGiveEqualBitmapsAndEqualFiles) {
             EXPECT_EQ(std::memcmp(back->pbmiColors, h->pbmiColors, DibPaletteSize(h)), 0);
             EXPECT_EQ(StoreBytes(back), StoreBytes(h));
             ASSERT_EQ(tovSaveBMP(back, u"second.bmp"), 0u);
-            EXPECT_EQ(tovtest::ReadFileBytes("second.bmp"), first);
+            EXPECT_EQ(ReadFileBytes("second.bmp"), first);
             DibUnload(back);
             DibUnload(h);
         }
     }
 }
 
-TEST(DibBmp, FileSizes) {
-    tovtest::ScratchDir dir;
-    HDIB one = tovCreateHDIBExt(8, 1, 255, 1);
+TEST(DibBmp, SmallestFileByteForByte) {
+    ScratchDir dir;
+    Dib one(tovCreateHDIBExt(8, 1, 255, 1));
     ASSERT_EQ(Save("one.bmp", one), 0u);
-    std::string bytes = tovtest::ReadFileBytes("one.bmp");
-    EXPECT_EQ(bytes.size(), 66u);
-    EXPECT_EQ(BYTE(bytes[62]), 0xFF);  // the eight pixels, then padding
-    DibUnload(one);
-    HDIB frame = tovCreateHDIBExt(640, 480, 0, 8);
-    ASSERT_EQ(Save("frame.bmp", frame), 0u);
-    EXPECT_EQ(tovtest::ReadFileBytes("frame.bmp").size(), 308278u);
-    DibUnload(frame);
+    const char expected[] =
+        "BM\x42\0\0\0\0\0\0\0\x3e\0\0\0" "\x28\0\0\0\x08\0\0\0\x01\0\0\0\x01\0\x01\0"
+        "\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x02\0\0\0\0\0\0\0"
+        "\0\0\0\0\xff\xff\xff\0" "\xff\0\0\0";
+    EXPECT_EQ(ReadFileBytes("one.bmp"), std::string(expected, sizeof expected - 1));
 }
 
+// A biSizeImage beyond the rows, with the bytes present, is kept through
+// loading, saving and copying.
 TEST(DibBmp, ForeignBiSizeImageIsKeptAndNeverOverrun) {
-    tovtest::ScratchDir dir;
+    ScratchDir dir;
     LeakGuard guard;
-    HDIB h = MakePatterned(9, 3, 8);
+    Dib h(MakePatterned(9, 3, 8));
     ASSERT_EQ(Save("plain.bmp", h), 0u);
-    std::string bytes = tovtest::ReadFileBytes("plain.bmp");
-    // biSizeImage 8 bytes beyond the rows, with the bytes present.
+    std::string bytes = ReadFileBytes("plain.bmp");
     const uint32_t rows = 3 * 12;
     Put32(bytes, 34, rows + 8);
     bytes += std::string(8, '\x5A');
     Put32(bytes, 2, uint32_t(bytes.size()));
     WriteBytes("padded.bmp", bytes);
-    HDIB back = Load("padded.bmp");
-    ASSERT_NE(back, nullptr);
+    Dib back(Load("padded.bmp"));
+    ASSERT_NE(back.h, nullptr);
     EXPECT_EQ(DibBitsSize(back), rows + 8);
     EXPECT_EQ(StoreBytes(back), StoreBytes(h));
     ASSERT_EQ(Save("again.bmp", back), 0u);
-    EXPECT_EQ(tovtest::ReadFileBytes("again.bmp"), bytes);
-    HDIB copy = DibCreateCopy(back);
-    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(ReadFileBytes("again.bmp"), bytes);
+    Dib copy(DibCreateCopy(back));
     EXPECT_EQ(DibBitsSize(copy), rows + 8);
     EXPECT_EQ(DibCopy(h, back), 0u);
-    DibUnload(copy);
-    DibUnload(back);
-    DibUnload(h);
 }
 
 TEST(DibBmp, FailingWritesAndCreation) {
-    tovtest::ScratchDir dir;
+    ScratchDir dir;
     LeakGuard guard;
-    HDIB h = MakePatterned(9, 3, 4);
+    Dib h(MakePatterned(9, 3, 4));
     EXPECT_EQ(Save("/dev/full", h), DWORD(DibErrorFileWrite));
     fs::create_symlink("/dev/full", "full.bmp");
-    tovtest::StartLog(8);
+    StartLog(8);
     EXPECT_EQ(tovSaveBMP(h, u"full"), DWORD(DibErrorFileWrite));
-    tovtest::StopLog();
-    auto lines = tovtest::LogLines();
+    StopLog();
+    auto lines = LogLines();
     ASSERT_GE(lines.size(), 2u);
     EXPECT_EQ(lines[lines.size() - 2], "<DibBMPSave()=DibErrorFileWrite (file header)\r");
     EXPECT_EQ(lines.back(), "<tovSaveBMP()=4 (Error)\r");
     EXPECT_EQ(Save("no/such/dir/x.bmp", h), DWORD(DibErrorFileCreation));
     EXPECT_EQ(DibBMPSave(nullptr, h), DWORD(DibErrorInvalidParm));
-    DibUnload(h);
 }
 
 TEST(DibBmp, MalformedFilesGiveNullWithoutLeaks) {
-    tovtest::ScratchDir dir;
-    HDIB h = MakePatterned(9, 4, 8);
-    ASSERT_EQ(Save("good.bmp", h), 0u);
-    DibUnload(h);
-    const std::string good = tovtest::ReadFileBytes("good.bmp");
+    ScratchDir dir;
+    ASSERT_EQ(Save("good.bmp", Dib(MakePatterned(9, 4, 8))), 0u);
+    const std::string good = ReadFileBytes("good.bmp");
     const uint32_t off = Le32(good, 10);  // 54 + 1024
     struct Case { const char* what; std::string bytes; const char* line; };
     auto with32 = [&](size_t at, uint32_t v) { std::string b = good; Put32(b, at, v); return b; };
@@ -135,15 +125,12 @@ TEST(DibBmp, MalformedFilesGiveNullWithoutLeaks) {
         {"header only", good.substr(0, 40), nullptr},
         {"colours cut", good.substr(0, 500), nullptr},
         {"pixels cut", good.substr(0, good.size() - 1), "<DibBMPLoad()=NULL (ReadFile)\r"},
-        {"bfOffBits 0", with32(10, 0), nullptr},
         {"bfOffBits 53", with32(10, 53), nullptr},
         {"bfOffBits below the colours", with32(10, off - 4), nullptr},
         {"bfOffBits past the end", with32(10, 0xFFFFFFF0u), nullptr},
         {"bfSize below bfOffBits", with32(2, off - 1), nullptr},
         {"bfSize beyond the store", with32(2, uint32_t(good.size()) + 4), nullptr},
-        {"bfSize huge", with32(2, 0xFFFFFFFFu), nullptr},
         {"header size 12", with32(14, 12), nullptr},
-        {"header size 124", with32(14, 124), nullptr},
         {"width 0", with32(18, 0), nullptr},
         {"negative width", with32(18, uint32_t(-9)), nullptr},
         {"top-down", with32(22, uint32_t(-4)), nullptr},
@@ -151,7 +138,6 @@ TEST(DibBmp, MalformedFilesGiveNullWithoutLeaks) {
         {"planes 2", with16(26, 2), nullptr},
         {"depth 0", with16(28, 0), nullptr},
         {"depth 2", with16(28, 2), nullptr},
-        {"depth 7", with16(28, 7), nullptr},
         {"RLE8", with32(30, 1), nullptr},
         {"bit fields at 8 bits", with32(30, 3), nullptr},
         {"biSizeImage beyond all", with32(34, 2129587950u), nullptr},
@@ -170,37 +156,17 @@ TEST(DibBmp, MalformedFilesGiveNullWithoutLeaks) {
         SCOPED_TRACE(c.what);
         WriteBytes("bad.bmp", c.bytes);
         LeakGuard guard;
-        tovtest::StartLog(8);
+        StartLog(8);
         EXPECT_EQ(tovLoadBMP(u"bad"), nullptr);
-        tovtest::StopLog();
-        auto lines = tovtest::LogLines();
+        StopLog();
+        auto lines = LogLines();
         ASSERT_GE(lines.size(), 2u);
         EXPECT_EQ(lines.back(), "<tovLoadBMP()=NULL (error)\r");
-        if (c.line) {
-            EXPECT_EQ(lines[lines.size() - 2], c.line);
-        }
+        EXPECT_TRUE(!c.line || lines[lines.size() - 2] == c.line) << lines[lines.size() - 2];
     }
     LeakGuard guard;
     EXPECT_EQ(Load("missing.bmp"), nullptr);
     EXPECT_EQ(DibBMPLoad(nullptr), nullptr);
-}
-
-TEST(DibBmp, AllocationFailureWhileLoading) {
-    tovtest::ScratchDir dir;
-    for (DWORD bits : kDepths) {
-        HDIB h = MakePatterned(33, 3, bits);
-        ASSERT_EQ(Save("x.bmp", h), 0u);
-        long sites = tovtest::ForEachAllocationFailure([&](long n) {
-            LeakGuard guard;
-            HDIB back = Load("x.bmp");
-            if (back) {
-                EXPECT_EQ(StoreBytes(back), StoreBytes(h)) << n;
-                DibUnload(back);
-            }
-        });
-        EXPECT_GE(sites, 6);  // block, section (2), record, colours, rows
-        DibUnload(h);
-    }
 }
 
 // The public BMP suite: the plain 1, 4 and 8-bit files (and the two of more
@@ -213,41 +179,36 @@ TEST(DibBmp, PublicSuite) {
         "g/pal8w126.bmp", "g/rgb24pal.bmp", "g/rgb16-565pal.bmp", "q/pal1p1.bmp", "q/pal8offs.bmp",
         "b/baddens1.bmp", "b/baddens2.bmp", "b/pal8badindex.bmp",
     };
-    const std::string root = tovtest::TestDataDir() + "/bmpsuite/";
     int loaded = 0, refused = 0;
     for (const char* group : {"g", "q", "b", "x"}) {
-        for (const auto& entry : fs::directory_iterator(root + group)) {
-            std::string name = std::string(group) + "/" + entry.path().filename().string();
+        for (const std::string& path : FilesIn(TestDataDir() + "/bmpsuite/" + group, ".bmp")) {
+            const std::string name = std::string(group) + "/" + BaseName(path);
             SCOPED_TRACE(name);
             LeakGuard guard;
-            HDIB h = Load(entry.path().string());
+            Dib h(Load(path));
             if (!loads.count(name)) {
-                EXPECT_EQ(h, nullptr);
-                if (h) DibUnload(h);
+                EXPECT_EQ(h.h, nullptr);
                 ++refused;
                 continue;
             }
-            ASSERT_NE(h, nullptr);
+            ASSERT_NE(h.h, nullptr);
             ++loaded;
-            std::string file = tovtest::ReadFileBytes(entry.path().string());
+            const std::string file = ReadFileBytes(path);
             EXPECT_EQ(DibWidth(h), LONG(Le32(file, 18)));
             EXPECT_EQ(DibHeight(h), LONG(Le32(file, 22)));
             EXPECT_EQ(DibBitCount(h), BYTE(file[28]));
-            EXPECT_EQ(std::memcmp(h->pbmiColors, file.data() + 54, DibPaletteSize(h)), 0);
-            size_t off = Le32(file, 10);
-            size_t rows = size_t(DibHeight(h)) * DibRowLength(h);
+            EXPECT_EQ(std::memcmp(h.h->pbmiColors, file.data() + 54, DibPaletteSize(h)), 0);
+            const size_t off = Le32(file, 10), rows = size_t(DibHeight(h)) * DibRowLength(h);
             ASSERT_GE(file.size(), off + rows);
-            EXPECT_EQ(std::memcmp(h->pBits, file.data() + off, rows), 0);
+            EXPECT_EQ(std::memcmp(h.h->pBits, file.data() + off, rows), 0);
             // What was loaded saves and loads back equal.
-            tovtest::ScratchDir dir;
+            ScratchDir dir;
             ASSERT_EQ(Save("again.bmp", h), 0u);
-            HDIB again = Load("again.bmp");
-            ASSERT_NE(again, nullptr);
-            EXPECT_EQ(std::memcmp(&again->ds.dsBmih, &h->ds.dsBmih, 40), 0);
-            EXPECT_EQ(std::memcmp(again->pbmiColors, h->pbmiColors, DibPaletteSize(h)), 0);
-            EXPECT_EQ(std::memcmp(again->pBits, h->pBits, DibBitsSize(h)), 0);
-            DibUnload(again);
-            DibUnload(h);
+            Dib again(Load("again.bmp"));
+            ASSERT_NE(again.h, nullptr);
+            EXPECT_EQ(std::memcmp(&again.h->ds.dsBmih, &h.h->ds.dsBmih, 40), 0);
+            EXPECT_EQ(std::memcmp(again.h->pbmiColors, h.h->pbmiColors, DibPaletteSize(h)), 0);
+            EXPECT_EQ(std::memcmp(again.h->pBits, h.h->pBits, DibBitsSize(h)), 0);
         }
     }
     EXPECT_EQ(loaded, int(loads.size()));
@@ -256,20 +217,11 @@ TEST(DibBmp, PublicSuite) {
 
 TEST(DibBmp, FixExtensionTable) {
     struct Case { const char* name; const char* ext; int result; const char* after; } cases[] = {
-        {"a", "bmp", 0, "a"},
-        {"", "bmp", 0, ""},
-        {"ab", "bmp", 1, "ab.bmp"},
-        {"x.bmp", "bmp", 1, "x.bmp"},
-        {"x.BMP", "bmp", 1, "x.BMP"},
-        {"x.BmP", "bmp", 1, "x.BmP"},
-        {"x.jpg", "bmp", 1, "x.jpg.bmp"},
-        {"x.bmp.jpg", "bmp", 1, "x.bmp.jpg.bmp"},
-        {"x.jpg.bmp", "bmp", 1, "x.jpg.bmp"},
-        {"name.", "bmp", 1, "name.bmp"},
+        {"a", "bmp", 0, "a"}, {"", "bmp", 0, ""}, {"ab", "bmp", 1, "ab.bmp"},
+        {"x.bmp", "bmp", 1, "x.bmp"}, {"x.BmP", "bmp", 1, "x.BmP"}, {"x.jpg", "bmp", 1, "x.jpg.bmp"},
+        {"x.bmp.jpg", "bmp", 1, "x.bmp.jpg.bmp"}, {"x.jpg.bmp", "bmp", 1, "x.jpg.bmp"}, {"name.", "bmp", 1, "name.bmp"},
         {".bmp", "bmp", 1, ".bmp.bmp"},  // a leading dot is no extension
-        {".b", "png", 1, ".b.png"},
-        {"d.x/file", "jpg", 1, "d.x/file.jpg"},
-        {"x.bmpx", "bmp", 1, "x.bmpx.bmp"},
+        {".b", "png", 1, ".b.png"}, {"d.x/file", "jpg", 1, "d.x/file.jpg"}, {"x.bmpx", "bmp", 1, "x.bmpx.bmp"},
         {"x.bm", "bmp", 1, "x.bm.bmp"},
     };
     for (const Case& c : cases) {
@@ -277,7 +229,7 @@ TEST(DibBmp, FixExtensionTable) {
         std::u16string name = W(c.name);
         std::copy(name.begin(), name.end(), buffer);
         EXPECT_EQ(tovFixExtension(buffer, W(c.ext).c_str()), c.result) << c.name;
-        EXPECT_EQ(tovtest::N(buffer), c.after) << c.name;
+        EXPECT_EQ(N(buffer), c.after) << c.name;
     }
     // Lengths at the limit: 255 characters take ".bmp" (259 + terminator), 256 do not.
     for (size_t n : {254u, 255u, 256u, 258u, 259u}) {
@@ -291,40 +243,34 @@ TEST(DibBmp, FixExtensionTable) {
 }
 
 TEST(DibBmp, FileNamesOfTheExports) {
-    tovtest::ScratchDir dir;
+    ScratchDir dir;
     LeakGuard guard;
-    HDIB h = tovCreateHDIBExt(3, 3, 1, 8);
-    EXPECT_EQ(tovSaveBMP(h, u"a"), DWORD(tovErrorBadFileName));
-    EXPECT_FALSE(tovtest::FileExists("a"));
-    EXPECT_FALSE(tovtest::FileExists("a.bmp"));
-    EXPECT_EQ(tovSaveBMP(h, u"ab"), 0u);
-    EXPECT_TRUE(tovtest::FileExists("ab.bmp"));
-    EXPECT_EQ(tovSaveBMP(h, u"c.BMP"), 0u);
-    EXPECT_TRUE(tovtest::FileExists("c.BMP"));
-    EXPECT_EQ(tovSaveBMP(h, u"d.bmp.jpg"), 0u);
-    EXPECT_TRUE(tovtest::FileExists("d.bmp.jpg.bmp"));
-    EXPECT_EQ(tovSaveBMP(h, nullptr), DWORD(DibErrorInvalidParm));
-    EXPECT_EQ(tovSaveBMP(h, reinterpret_cast<const WCHAR*>(uintptr_t(16))), DWORD(DibErrorInvalidParm));
-    // The caller's text is never changed.
+    Dib h(tovCreateHDIBExt(3, 3, 1, 8));
+    const std::u16string tooLong(300, u'z'), fullOnceCompleted(257, u'z');
     WCHAR mine[] = u"mine";
-    EXPECT_EQ(tovSaveBMP(h, mine), 0u);
-    EXPECT_EQ(tovtest::N(mine), "mine");
-    // Too long before or after completion.
-    std::u16string longName(300, u'z');
-    EXPECT_EQ(tovSaveBMP(h, longName.c_str()), DWORD(tovErrorBadFileName));
-    std::u16string almost(257, u'z');
-    EXPECT_EQ(tovSaveBMP(h, almost.c_str()), DWORD(tovErrorBadFileName));
+    struct Case { const WCHAR* name; DWORD result; const char* file; } cases[] = {
+        {u"a", tovErrorBadFileName, nullptr},
+        {u"ab", 0, "ab.bmp"},
+        {u"c.BMP", 0, "c.BMP"},
+        {u"d.bmp.jpg", 0, "d.bmp.jpg.bmp"},
+        {mine, 0, "mine.bmp"},
+        {nullptr, DibErrorInvalidParm, nullptr},
+        {reinterpret_cast<const WCHAR*>(uintptr_t(16)), DibErrorInvalidParm, nullptr},
+        {tooLong.c_str(), tovErrorBadFileName, nullptr},
+        {fullOnceCompleted.c_str(), tovErrorBadFileName, nullptr},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(tovSaveBMP(h, c.name), c.result) << (c.file ? c.file : "refused");
+        EXPECT_TRUE(!c.file || FileExists(c.file)) << c.file;
+    }
+    EXPECT_EQ(FilesIn(".", "").size(), 4u);
+    EXPECT_EQ(N(mine), "mine");  // the caller's text is never changed
 
-    HDIB back = tovLoadBMP(u"ab");  // opens ab.bmp
-    ASSERT_NE(back, nullptr);
+    Dib back(tovLoadBMP(u"ab"));  // opens ab.bmp
+    ASSERT_NE(back.h, nullptr);
     EXPECT_EQ(StoreBytes(back), StoreBytes(h));
-    DibUnload(back);
-    EXPECT_EQ(tovLoadBMP(nullptr), nullptr);
-    EXPECT_EQ(tovLoadBMP(u"a"), nullptr);
-    EXPECT_EQ(tovLoadBMP(longName.c_str()), nullptr);
-    EXPECT_EQ(tovLoadBMP(u"missing"), nullptr);
     fs::create_directory("folder.bmp");
-    EXPECT_EQ(tovLoadBMP(u"folder"), nullptr);
+    for (const WCHAR* name : {(const WCHAR*)nullptr, u"a", tooLong.c_str(), u"missing", u"folder"})
+        EXPECT_EQ(tovLoadBMP(name), nullptr);
     EXPECT_EQ(tovSaveBMP(h, u"folder"), DWORD(DibErrorFileCreation));
-    DibUnload(h);
 }

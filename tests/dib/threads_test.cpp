@@ -11,23 +11,21 @@ using namespace tovtest;
 TEST(DibThreads, OperationsAtDifferentDepthsDoNotDisturbEachOther) {
     LeakGuard guard;
     std::atomic<int> failures{0};
+    auto all = [&](HDIB h, DWORD value) {
+        for (LONG y = 0; y < 5; ++y)
+            for (LONG x = 0; x < 33; ++x)
+                if (StorePixel(h, x, y) != value) ++failures;
+    };
     auto work = [&](DWORD bits) {
         for (int i = 0; i < 150; ++i) {
             HDIB h = tovCreateHDIBExt(33, 5, 0, bits);
-            if (!h) {
+            if (!h || tovClear(h, 255) != 0) {
                 ++failures;
                 continue;
             }
-            DWORD top = (1u << bits) - 1;
-            if (tovClear(h, 255) != 0) ++failures;
-            for (LONG y = 0; y < 5; ++y)
-                for (LONG x = 0; x < 33; ++x)
-                    if (StorePixel(h, x, y) != top) ++failures;
+            all(h, (1u << bits) - 1);
             if (tovConvert(h, bits == 8 ? 1 : 8) != 0) ++failures;
-            DWORD expected = bits == 8 ? 1 : 255;
-            for (LONG y = 0; y < 5; ++y)
-                for (LONG x = 0; x < 33; ++x)
-                    if (StorePixel(h, x, y) != expected) ++failures;
+            all(h, bits == 8 ? 1 : 255);
             if (tovUnloadHDIB(h) != 0) ++failures;
         }
     };

@@ -1,0 +1,122 @@
+// Allocation failure at every site of creation, copy, loading, re-making
+// and conversion: each ends with its failure value, leaves no half-made
+// record and leaks nothing.
+#include "dibimages.h"
+
+#include <functional>
+
+using namespace tovtest;
+
+namespace {
+
+// f() with the nth allocation from here failing; reached tells whether f
+// came that far.
+template <class F>
+auto WithFailure(long n, bool* reached, F f) {
+    long used = PlatAllocationCount();
+    PlatFailAllocation(n);
+    auto result = f();
+    PlatFailAllocation(0);
+    *reached = PlatAllocationCount() - used >= n;
+    return result;
+}
+
+// body(n) for n = 1, 2, ... until it no longer reaches its fault; returns
+// the number of sites.
+template <class Body>
+long EverySite(Body body) {
+    for (long n = 1;; ++n) {
+        LeakGuard guard;
+        SCOPED_TRACE(testing::Message() << "failing allocation " << n);
+        if (!body(n)) return n - 1;
+    }
+}
+
+// A record whose re-making failed is untouched or empty; an empty one is
+// refused by the operations and can be made again.
+void ExpectUntouchedOrEmpty(HDIB h, const std::vector<BYTE>& before) {
+    ASSERT_EQ(DibIsValid(h), 0u);
+    if (DibWidth(h) != 0) {
+        EXPECT_EQ(StoreBytes(h), before);
+        return;
+    }
+    EXPECT_EQ(DibHeight(h), 0);
+    EXPECT_EQ(DibBitCount(h), 0);
+    EXPECT_EQ(DibBitsPtr(h), nullptr);
+    EXPECT_FALSE(DibHasBitmap(h));
+    EXPECT_EQ(tovClear(h, 3), DWORD(DibErrorInvalidDIB));
+    EXPECT_EQ(tovConvert(h, 4), DWORD(DibErrorInvalidDIB));
+    EXPECT_EQ(tovCreateCopyHDIB(h), nullptr);
+    EXPECT_EQ(DibBMPSave(u"never.bmp", h), DWORD(DibErrorInvalidDIB));
+    EXPECT_FALSE(FileExists("never.bmp"));
+    EXPECT_EQ(tovRecreateHDIBExt(h, 5, 5, 1, 1), 0u);
+    EXPECT_EQ(StorePixel(h, 4, 4), 1u);
+}
+
+}  // namespace
+
+TEST(DibAllocation, CreationCopyAndLoading) {
+    ScratchDir dir;
+    for (DWORD bits : kDepths) {
+        Dib src(MakePatterned(33, 3, bits, 4));
+        ASSERT_EQ(DibBMPSave(u"x.bmp", src), 0u);
+        struct Op { const char* name; std::function<HDIB()> run; bool sameAsSource; long sites; } ops[] = {
+            {"create", [&] { return tovCreateHDIBExt(33, 3, 0, bits); }, false, 5},  // block, section (2), record, colours, rows
+            {"copy", [&] { return tovCreateCopyHDIB(src); }, true, 6},
+            {"load", [&] { return DibBMPLoad(u"x.bmp"); }, true, 6},
+        };
+        for (const Op& op : ops) {
+            SCOPED_TRACE(testing::Message() << op.name << ", " << bits << " bits");
+            long sites = EverySite([&](long n) {
+                bool reached;
+                Dib made(WithFailure(n, &reached, op.run));
+                EXPECT_EQ(made.h == nullptr, reached);
+                if (made.h) {
+                    EXPECT_EQ(DibIsValid(made), 0u);
+                    if (op.sameAsSource) {
+                        EXPECT_EQ(StoreBytes(made), StoreBytes(src));
+                    }
+                }
+                return reached;
+            });
+            EXPECT_GE(sites, op.sites);
+        }
+    }
+}
+
+TEST(DibAllocation, ReMakingAndConversion) {
+    ScratchDir dir;
+    struct Op { std::string name; DWORD from; std::function<DWORD(HDIB)> run; LONG width; DWORD bits; long sites; };
+    std::vector<Op> ops = {
+        {"resize", 8, [](HDIB h) { return DibResize(h, 33, 7); }, 33, 8, 5},  // block, section (2), colours, rows
+    };
+    Dib sources[] = {Dib(MakePatterned(33, 2, 1)), Dib(MakePatterned(33, 2, 4)), Dib(MakePatterned(33, 2, 8))};
+    for (DWORD from : kDepths)
+        for (DWORD to : kDepths) {
+            HDIB src = sources[to == 1 ? 0 : to == 4 ? 1 : 2];
+            // a copy (6 sites), then the re-making (5)
+            if (from != to)
+                ops.push_back({"convert " + std::to_string(from) + "->" + std::to_string(to), from,
+                               [to](HDIB h) { return DibConvert(h, to); }, 9, to, 11});
+            ops.push_back({"copy from " + std::to_string(to) + " bits", from, [src](HDIB h) { return DibCopy(h, src); }, 33, to, 5});
+        }
+    for (const Op& op : ops) {
+        SCOPED_TRACE(op.name);
+        long sites = EverySite([&](long n) {
+            Dib h(MakePatterned(9, 3, op.from, 4));
+            const auto before = StoreBytes(h);
+            bool reached;
+            DWORD r = WithFailure(n, &reached, [&] { return op.run(h); });
+            if (reached) {
+                EXPECT_EQ(r, DWORD(DibErrorUnknown));
+                ExpectUntouchedOrEmpty(h, before);
+            } else {
+                EXPECT_EQ(r, 0u);
+                EXPECT_EQ(DibWidth(h), op.width);
+                EXPECT_EQ(DibBitCount(h), op.bits);
+            }
+            return reached;
+        });
+        EXPECT_GE(sites, op.sites);
+    }
+}
