@@ -1,53 +1,17 @@
-// Independent decoders and small helpers of the image-file tests.
+// Independent decoders of the image-file tests.
 #include "filestest.h"
 
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <algorithm>
 
 #include <jerror.h>
 #include <jpeglib.h>
 #include <png.h>
-
-namespace fs = std::filesystem;
+#include <zlib.h>
 
 namespace filestest {
-
-HDIB MakePatterned(LONG width, LONG height, DWORD bits, DWORD seed) {
-    HDIB h = tovCreateHDIBExt(width, height, 0, bits);
-    EXPECT_NE(h, nullptr);
-    if (!h) return nullptr;
-    for (LONG y = 0; y < height; ++y)
-        for (LONG x = 0; x < width; ++x) StoreSetPixel(h, x, y, Pattern(x, y, bits, seed));
-    return h;
-}
-
-std::vector<BYTE> StoreBytes(HDIB h) {
-    const BITMAPINFOHEADER& hdr = h->ds.dsBmih;
-    size_t n = size_t(hdr.biHeight) * size_t(Stride(hdr.biWidth, hdr.biBitCount));
-    return std::vector<BYTE>(h->pBits, h->pBits + n);
-}
-
-void WriteBytes(const std::string& path, const std::string& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << bytes;
-}
-
-std::vector<std::string> FilesIn(const std::string& dir, const std::string& suffix) {
-    std::vector<std::string> files;
-    for (const auto& entry : fs::directory_iterator(dir)) {
-        std::string name = entry.path().string();
-        if (name.size() >= suffix.size() && name.compare(name.size() - suffix.size(), suffix.size(), suffix) == 0)
-            files.push_back(name);
-    }
-    std::sort(files.begin(), files.end());
-    return files;
-}
-
-std::string BaseName(const std::string& path) { return fs::path(path).filename().string(); }
 
 // ---- PNG ----------------------------------------------------------------------
 
@@ -58,15 +22,15 @@ uint32_t Be32(const std::string& b, size_t at) {
            uint32_t(BYTE(b[at + 3]));
 }
 
-// Calls f(type, start of data, length, start of chunk, whole chunk length)
-// for each chunk after the signature; false when the layout breaks.
+// Calls f(type, start of data, length) for each chunk after the signature;
+// false when the layout breaks.
 template <class F>
 bool ForEachChunk(const std::string& b, F f) {
     size_t at = 8;
     while (at + 12 <= b.size()) {
         uint32_t length = Be32(b, at);
         if (length > b.size() - at - 12) return false;
-        f(b.substr(at + 4, 4), at + 8, size_t(length), at, size_t(length) + 12);
+        f(b.substr(at + 4, 4), at + 8, size_t(length));
         at += size_t(length) + 12;
     }
     return at == b.size();
@@ -74,10 +38,16 @@ bool ForEachChunk(const std::string& b, F f) {
 
 }  // namespace
 
+void FixPngChecksums(std::string& b) {
+    ForEachChunk(b, [&](const std::string&, size_t data, size_t length) {
+        uint32_t crc = uint32_t(crc32(0, reinterpret_cast<const Bytef*>(b.data() + data - 4), uInt(length + 4)));
+        for (int i = 0; i < 4; ++i) b[data + length + size_t(i)] = char(crc >> (24 - 8 * i));
+    });
+}
+
 PngHeader ParsePng(const std::string& bytes) {
     PngHeader h;
-    if (bytes.size() < 33) return h;
-    ForEachChunk(bytes, [&](const std::string& type, size_t data, size_t length, size_t, size_t) {
+    ForEachChunk(bytes, [&](const std::string& type, size_t data, size_t length) {
         if (type == "IHDR" && length == 13) {
             h.parsed = true;
             h.width = Be32(bytes, data);
@@ -97,27 +67,22 @@ Decoded OraclePng(const std::string& bytes, uint32_t format) {
     Decoded d;
     // Critical chunks only (their first letter in capitals).
     std::string critical = bytes.substr(0, std::min<size_t>(8, bytes.size()));
-    bool whole = ForEachChunk(bytes, [&](const std::string& type, size_t, size_t, size_t start, size_t total) {
-        if (type[0] >= 'A' && type[0] <= 'Z') critical += bytes.substr(start, total);
+    bool whole = ForEachChunk(bytes, [&](const std::string& type, size_t data, size_t length) {
+        if (type[0] >= 'A' && type[0] <= 'Z') critical += bytes.substr(data - 8, length + 12);
     });
-    if (!whole) critical = bytes;  // let libpng judge the damage itself
+    const std::string& in = whole ? critical : bytes;  // a broken layout is libpng's to judge
     png_image image;
     std::memset(&image, 0, sizeof image);
     image.version = PNG_IMAGE_VERSION;
-    if (!png_image_begin_read_from_memory(&image, critical.data(), critical.size())) {
-        d.message = image.message;
-        return d;
+    if (png_image_begin_read_from_memory(&image, in.data(), in.size())) {
+        image.format = format;
+        d.width = image.width;
+        d.height = image.height;
+        d.samples.resize(PNG_IMAGE_SIZE(image));
+        d.ok = png_image_finish_read(&image, nullptr, d.samples.data(), 0, nullptr);
     }
-    image.format = format;
-    d.width = image.width;
-    d.height = image.height;
-    d.samples.resize(PNG_IMAGE_SIZE(image));
-    if (!png_image_finish_read(&image, nullptr, d.samples.data(), 0, nullptr)) {
-        d.message = image.message;
-        png_image_free(&image);
-        return d;
-    }
-    d.ok = true;
+    if (!d.ok) d.message = image.message;
+    png_image_free(&image);
     return d;
 }
 
@@ -183,6 +148,13 @@ DecodedJpeg OracleJpeg(const std::string& bytes) {
     d.endedEarly = err.endedEarly;
     jpeg_destroy_decompress(&cinfo);
     return d;
+}
+
+void ExpectLogHas(const std::vector<std::string>& want) {
+    size_t at = 0;
+    for (const std::string& line : LogLines())
+        if (at < want.size() && line == want[at]) ++at;
+    EXPECT_EQ(at, want.size()) << "missing, in order: " << (at < want.size() ? want[at] : "");
 }
 
 }  // namespace filestest

@@ -1,6 +1,6 @@
 // Printer raster files: the worked examples byte for byte, the sizes and
 // cuts, conversion and inversion left on the caller's bitmap, the failure
-// codes and their order, allocation failure, golden trace lines.
+// codes and their order, allocation failure.
 #include "filestest.h"
 
 #include <unistd.h>
@@ -31,7 +31,7 @@ std::vector<std::vector<BYTE>> Rows(HDIB h) {
 }  // namespace
 
 TEST(Prn, ExamplesByteForByte) {
-    tovtest::ScratchDir dir;
+    ScratchDir dir;
     LeakGuard guard;
     struct Case {
         LONG width, height, printerwidth, leftmargin;
@@ -46,49 +46,43 @@ TEST(Prn, ExamplesByteForByte) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.width << "x" << c.height << " on " << c.printerwidth);
-        HDIB h = MakePatterned(c.width, c.height, 1, 11);
+        Dib h(MakePatterned(c.width, c.height, 1, 11));
         auto rows = Rows(h);
         ASSERT_EQ(tovSavePRN(h, u"label.prn", 0, c.printerwidth, c.leftmargin), 0u);
-        std::string bytes = tovtest::ReadFileBytes("label.prn");
+        std::string bytes = ReadFileBytes("label.prn");
         EXPECT_EQ(bytes.size(), c.fileBytes);
         EXPECT_EQ(bytes, Expected(rows, c.left, c.data, c.right));
         // The bitmap is left inverted: a second save gives the other polarity.
         ASSERT_EQ(tovSavePRN(h, u"label.prn", 0, c.printerwidth, c.leftmargin), 0u);
-        std::string again = tovtest::ReadFileBytes("label.prn");
+        std::string again = ReadFileBytes("label.prn");
         ASSERT_EQ(again.size(), bytes.size());
         for (size_t i = 4 + c.left; i < 4 + size_t(c.left + c.data); ++i) EXPECT_EQ(BYTE(again[i]), BYTE(~bytes[i]));
-        DibUnload(h);
     }
-    HDIB tall = tovCreateHDIBExt(8, 300, 0, 1);
-    ASSERT_EQ(tovSavePRN(tall, u"tall.prn", 0, 8, 0), 0u);
-    EXPECT_EQ(tovtest::ReadFileBytes("tall.prn").substr(0, 4), std::string("\x1BV\x01\x2C", 4));
-    DibUnload(tall);
 }
 
 // Grey is cut at 128 first: 127 prints, 128 does not. The caller's bitmap
 // stays converted and inverted.
 TEST(Prn, DeeperBitmapsAreConvertedInPlace) {
-    tovtest::ScratchDir dir;
+    ScratchDir dir;
     LeakGuard guard;
     for (DWORD bits : {8u, 4u}) {
         SCOPED_TRACE(bits);
-        HDIB h = tovCreateHDIBExt(16, 2, 0, bits);
+        Dib h(tovCreateHDIBExt(16, 2, 0, bits));
         DWORD dark = bits == 8 ? 127 : 7, light = bits == 8 ? 128 : 8;
         for (LONG x = 0; x < 16; ++x) {
             StoreSetPixel(h, x, 0, x < 8 ? dark : light);
             StoreSetPixel(h, x, 1, x % 2 ? dark : light);
         }
         ASSERT_EQ(tovSavePRN(h, u"grey.prn", 0, 16, 0), 0u);
-        EXPECT_EQ(tovtest::ReadFileBytes("grey.prn"), std::string("\x1BV\x00\x02\xFF\x00\x55\x55", 8));
+        EXPECT_EQ(ReadFileBytes("grey.prn"), std::string("\x1BV\x00\x02\xFF\x00\x55\x55", 8));
         EXPECT_EQ(DibBitCount(h), 1);
         EXPECT_EQ(StorePixel(h, 0, 0), 1u);  // dark, inverted to a set bit
         EXPECT_EQ(StorePixel(h, 8, 0), 0u);
-        DibUnload(h);
     }
 }
 
 TEST(Prn, FailuresGiveTheirCodesInOrder) {
-    tovtest::ScratchDir dir;
+    ScratchDir dir;
     LeakGuard guard;
     ASSERT_EQ(symlink("/dev/full", "full.prn"), 0);
     struct Case {
@@ -114,8 +108,7 @@ TEST(Prn, FailuresGiveTheirCodesInOrder) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
-        HDIB h = MakePatterned(40, 3, 8, 2);
-        HDIB original = DibCreateCopy(h);
+        Dib h(MakePatterned(40, 3, 8, 2)), original(DibCreateCopy(h));
         EXPECT_EQ(tovSavePRN(h, c.name, c.format, c.printerwidth, c.leftmargin), c.expected);
         if (c.touched) {
             ASSERT_EQ(DibBitCount(h), 1);
@@ -124,23 +117,20 @@ TEST(Prn, FailuresGiveTheirCodesInOrder) {
             EXPECT_EQ(StoreBytes(h), StoreBytes(original));
         }
         if (c.name && c.name != reinterpret_cast<const WCHAR*>(uintptr_t(16))) {
-            EXPECT_EQ(tovtest::FileExists(tovtest::N(c.name)), c.file);
+            EXPECT_EQ(FileExists(N(c.name)), c.file);
         }
-        DibUnload(original);
-        DibUnload(h);
     }
-    HDIB narrow = MakePatterned(7, 2, 1);  // below a byte: no data to write
+    Dib narrow(MakePatterned(7, 2, 1));  // below a byte: no data to write
     EXPECT_EQ(tovSavePRN(narrow, u"n.prn", 0, 64, 0), DibErrorFileWrite);
-    DibUnload(narrow);
     EXPECT_EQ(tovSavePRN(nullptr, u"x.prn", 0, 832, 0), DibErrorInvalidDIB);
-    EXPECT_FALSE(tovtest::FileExists("x.prn"));
+    EXPECT_FALSE(FileExists("x.prn"));
 }
 
 // The bitmap changes with each attempt, so each gets a fresh copy, made
 // before the fault is armed.
 TEST(Prn, AllocationFailureAtEverySite) {
-    tovtest::ScratchDir dir;
-    HDIB source = MakePatterned(33, 5, 8, 6);
+    ScratchDir dir;
+    Dib source(MakePatterned(33, 5, 8, 6));
     long sites = 0;
     for (long n = 1; n < 1000; ++n) {
         SCOPED_TRACE(n);
@@ -162,39 +152,4 @@ TEST(Prn, AllocationFailureAtEverySite) {
         sites = n;
     }
     EXPECT_GE(sites, 3);
-    DibUnload(source);
-}
-
-TEST(Prn, TraceLines) {
-    tovtest::ScratchDir dir;
-    HDIB h = MakePatterned(384, 2, 1);
-    tovtest::StartLog(8);
-    ASSERT_EQ(tovSavePRN(h, u"label.prn", 0, 832, 16), 0u);
-    EXPECT_EQ(tovSavePRN(h, u"label.prn", 0, 64, 64), DibErrorFileWrite);
-    EXPECT_EQ(tovSavePRN(h, u"label.prn", 2, 832, 16), DibErrorInvalidParm);
-    tovtest::StopLog();
-    std::string handle = std::to_string(reinterpret_cast<intptr_t>(h));
-    std::vector<std::string> want = {
-        ">tovSavePRN(" + handle + ",label.prn)\r",
-        ">DibPRNSave(label.prn, " + handle + ", 0)\r",
-        ">DibPRNSaveOneil(label.prn, " + handle + ")\r",
-        "   ?rightmarginbytes=54\r",
-        "   ?leftmarginbytes=2\r",
-        "   ?maxdatawidthbytes=48\r",
-        "   ?printerwidthbytes=104\r",
-        "   ?104=104\r",
-        "<DibPRNSaveOneil()=DibOk\r",
-        "<tovSavePRN()=tovOk\r",
-        "<DibPRNSaveOneil()=DibErrorFileWrite(): Data\r",
-        "<DibPRNSave()=4\r",
-        "<tovSavePRN()=4 (Error)\r",
-        "<DibPRNSave()=DibErrorInvalidParm\r",
-        "<tovSavePRN()=7 (Error)\r",
-    };
-    size_t at = 0;
-    for (const std::string& line : tovtest::LogLines()) {
-        if (at < want.size() && line == want[at]) ++at;
-    }
-    EXPECT_EQ(at, want.size()) << "missing, in order: " << (at < want.size() ? want[at] : "");
-    DibUnload(h);
 }

@@ -1,0 +1,216 @@
+// What PNG and JPEG share: failing names and media, deeper bitmaps refused,
+// allocation failure on every save and load path, two threads at once, the
+// format switch, and a few golden trace lines of each format.
+#include "filestest.h"
+
+#include <jerror.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <thread>
+
+using namespace filestest;
+
+namespace {
+
+struct Format {
+    const char* ext;
+    DWORD format;
+    DWORD (*save)(HDIB, const WCHAR*);     // the export, extension added
+    DWORD (*dibSave)(const WCHAR*, HDIB);  // the file layer, name as given
+    HDIB (*load)(const WCHAR*);
+    HDIB (*dibLoad)(const WCHAR*);
+};
+
+const Format kFormats[] = {
+    {"png", tovFormatPNG, [](HDIB h, const WCHAR* n) { return tovSavePNG(h, n); },
+     [](const WCHAR* n, HDIB h) { return DibPNGSave(n, h); }, tovLoadPNG, DibPNGLoad},
+    {"jpg", tovFormatJPG, [](HDIB h, const WCHAR* n) { return tovSaveJPG(h, n, 80); },
+     [](const WCHAR* n, HDIB h) { return DibJPGSave(n, 80, h); }, tovLoadJPG, DibJPGLoad},
+};
+
+}  // namespace
+
+TEST(Files, BadNamesAndMediaGiveTheirCodes) {
+    for (const Format& f : kFormats) {
+        SCOPED_TRACE(f.ext);
+        ScratchDir dir;
+        LeakGuard guard;
+        Dib h(MakePatterned(9, 4, 8));
+        const std::string ext = std::string(".") + f.ext;
+        ASSERT_EQ(symlink("/dev/full", ("full" + ext).c_str()), 0);
+        ASSERT_EQ(mkdir(("folder" + ext).c_str(), 0755), 0);
+        std::u16string longName(300, u'a'), longestName(TOV_MAX_PATH - 1, u'b'), folder = W("folder" + ext);
+        const struct {
+            const char* what;
+            const WCHAR* name;
+            DWORD expected;
+        } cases[] = {
+            {"null name", nullptr, DibErrorInvalidParm},
+            {"unreadable name", reinterpret_cast<const WCHAR*>(uintptr_t(16)), DibErrorInvalidParm},
+            {"one character", u"a", tovErrorBadFileName},
+            {"overlong name", longName.c_str(), tovErrorBadFileName},
+            {"no room for the extension", longestName.c_str(), tovErrorBadFileName},
+            {"missing directory", u"no/such/dir/pic", DibErrorFileCreation},
+            {"full medium", u"full", DibErrorUnknown},
+            {"a directory", folder.c_str(), DibErrorFileCreation},
+        };
+        for (const auto& c : cases) {
+            SCOPED_TRACE(c.what);
+            EXPECT_EQ(f.save(h, c.name), c.expected);
+            EXPECT_EQ(tovSave(h, c.name, f.format, 80), c.expected);
+            EXPECT_EQ(f.load(c.name), nullptr);
+        }
+        EXPECT_EQ(f.dibSave(nullptr, h), DibErrorInvalidParm);
+        EXPECT_EQ(f.dibSave(u"/dev/full", h), DibErrorUnknown);
+        EXPECT_EQ(f.dibLoad(nullptr), nullptr);
+        EXPECT_EQ(f.load(u"missing"), nullptr);
+        EXPECT_EQ(f.save(nullptr, u"xy"), DibErrorInvalidDIB);
+        EXPECT_EQ(f.save(reinterpret_cast<HDIB>(longName.data()), u"xy"), DibErrorInvalidDIB);
+        EXPECT_FALSE(FileExists("xy" + ext));
+        EXPECT_FALSE(FileExists("a" + ext));
+    }
+}
+
+// A 24-bit bitmap (a BMP file can bring one in) has no grey conversion:
+// every save refuses it, makes no file and leaves it as it was.
+TEST(Files, DeeperBitmapsAreRefusedWithoutAFile) {
+    ScratchDir dir;
+    LeakGuard guard;
+    struct {
+        BITMAPINFOHEADER header;
+        RGBQUAD colours[2];
+    } info = {{40, 5, 3, 1, 24, 0, 0, 0, 0, 2, 0}, {}};
+    Dib deep(DibCreateFromBitmapInfo(reinterpret_cast<BITMAPINFO*>(&info)));
+    ASSERT_NE(deep, nullptr);
+    std::vector<BYTE> pixels = StoreBytes(deep);
+    EXPECT_EQ(tovSavePNG(deep, u"deep"), DibErrorUnknown);
+    EXPECT_EQ(tovSaveJPG(deep, u"deep", 80), DibErrorUnknown);
+    EXPECT_EQ(tovSavePRN(deep, u"deep.prn", 0, 64, 0), DibErrorUnknown);
+    for (const char* name : {"deep.png", "deep.jpg", "deep.prn"}) EXPECT_FALSE(FileExists(name)) << name;
+    EXPECT_EQ(DibBitCount(deep), 24);
+    EXPECT_EQ(StoreBytes(deep), pixels);
+}
+
+// 4 bits: JPEG's temporary is among the sites; libpng's, libjpeg's and
+// zlib's own allocations too.
+TEST(Files, AllocationFailureOnEverySaveAndLoadPath) {
+    for (const Format& f : kFormats) {
+        SCOPED_TRACE(f.ext);
+        ScratchDir dir;
+        Dib h(MakePatterned(31, 9, 4, 2));
+        ASSERT_EQ(f.dibSave(u"good", h), 0u);
+        const std::string good = ReadFileBytes("good");
+        const Dib want(f.dibLoad(u"good"));
+        ASSERT_NE(want, nullptr);
+        long saveSites = ForEachAllocationFailure([&](long n) {
+            LeakGuard inner;
+            DWORD result = f.dibSave(u"fail", h);
+            EXPECT_TRUE(result == DibOk || result == DibErrorMemoryAlocation || result == DibErrorUnknown ||
+                        result == DibErrorFileCreation) << result << " at " << n;
+            if (result == DibOk) {
+                EXPECT_EQ(ReadFileBytes("fail"), good) << n;
+            }
+        });
+        EXPECT_GT(saveSites, 3);
+        long loadSites = ForEachAllocationFailure([&](long n) {
+            LeakGuard inner;
+            Dib back(f.dibLoad(u"good"));
+            if (back) {
+                EXPECT_EQ(StoreBytes(back), StoreBytes(want)) << n;
+            }
+        });
+        EXPECT_GT(loadSites, 3);
+    }
+}
+
+// No state is shared between calls: each thread gets its own pictures back.
+TEST(Files, TwoThreadsSaveAndLoadAtOnce) {
+    ScratchDir dir;
+    long before = PlatLiveObjects();
+    auto work = [](int id, bool* ok) {
+        Dib h(MakePatterned(37 + id, 23, id ? 8 : 1, DWORD(id)));
+        for (const Format& f : kFormats) {
+            std::u16string name = W("thread" + std::to_string(id) + "." + f.ext);
+            std::vector<BYTE> want;
+            for (int i = 0; i < 60 && *ok; ++i) {
+                Dib back(f.dibSave(name.c_str(), h) == DibOk ? f.dibLoad(name.c_str()) : nullptr);
+                if (!back) *ok = false;
+                else if (want.empty()) want = StoreBytes(back);
+                else if (StoreBytes(back) != want) *ok = false;
+            }
+            if (f.format == tovFormatPNG && want != StoreBytes(h)) *ok = false;
+        }
+    };
+    bool ok0 = true, ok1 = true;
+    std::thread a(work, 0, &ok0), b(work, 1, &ok1);
+    a.join();
+    b.join();
+    EXPECT_TRUE(ok0);
+    EXPECT_TRUE(ok1);
+    EXPECT_EQ(PlatLiveObjects(), before);
+}
+
+TEST(Files, FormatSwitch) {
+    ScratchDir dir;
+    LeakGuard guard;
+    Dib h(MakePatterned(17, 5, 8, 4));
+    const struct {
+        DWORD format;
+        const char *file, *magic;
+    } cases[] = {{tovFormatJPG, "pic.jpg", "\xFF\xD8"}, {tovFormatPNG, "pic.png", "\x89PNG"}, {tovFormatBMP, "pic.bmp", "BM"}};
+    for (const auto& c : cases) {
+        ASSERT_EQ(tovSave(h, u"pic", c.format, 90), 0u) << c.file;
+        EXPECT_EQ(ReadFileBytes(c.file).rfind(c.magic, 0), 0u) << c.file;
+        Dib back(tovLoad(u"pic", c.format));
+        ASSERT_NE(back, nullptr);
+        EXPECT_EQ(DibWidth(back), 17);
+        if (c.format != tovFormatJPG) {
+            EXPECT_EQ(StoreBytes(back), StoreBytes(h)) << c.file;
+        }
+    }
+    EXPECT_EQ(tovSave(h, u"other", 3, 90), DWORD(tovErrorUnknown));
+    for (const char* name : {"other", "other.jpg", "other.png", "other.bmp"}) EXPECT_FALSE(FileExists(name));
+    EXPECT_EQ(tovLoad(u"pic", 3), nullptr);
+    EXPECT_EQ(tovSave(h, u"pic", tovFormatJPG, 101), DWORD(DibErrorInvalidParm));
+}
+
+TEST(Files, TraceLines) {
+    ScratchDir dir;
+    Dib h(MakePatterned(384, 2, 1));
+    WriteBytes("junk.png", "not a png file");
+    WriteBytes("junk.jpg", "not a jpeg");
+    StartLog(8);
+    ASSERT_EQ(tovSavePNG(h, u"tr"), 0u);
+    Dib png(tovLoadPNG(u"tr"));
+    EXPECT_EQ(tovLoadPNG(u"junk.png"), nullptr);
+    EXPECT_EQ(tovLoadPNG(W(TestDataDir() + "/pngsuite/basn0g02.png").c_str()), nullptr);
+    ASSERT_EQ(tovSaveJPG(h, u"tr", 80), 0u);
+    Dib jpg(tovLoadJPG(u"tr"));
+    EXPECT_EQ(tovLoadJPG(u"junk"), nullptr);
+    EXPECT_EQ(tovLoadJPG(u"gone"), nullptr);
+    EXPECT_EQ(tovSavePRN(h, u"label.prn", 0, 64, 64), DibErrorFileWrite);
+    ASSERT_EQ(tovSavePRN(h, u"label.prn", 0, 832, 16), 0u);
+    EXPECT_EQ(tovSavePRN(h, u"label.prn", 2, 832, 16), DibErrorInvalidParm);
+    StopLog();
+    ExpectLogHas({
+        ">tovSavePNG(" + Handle(h) + ",tr)\r",
+        "<DibPNGSave()=DibOk\r",
+        "   ?iBitDepth=1\r",
+        "<tovLoadPNG()=" + Handle(png) + "\r",
+        "<DibPNGLoad()=NULL (png_check_sig)\r",
+        "<DibPNGLoad()=NULL (ibitdepth!=8,4,1)\r",
+        ">DibJPGSave(tr.jpg, 80, " + Handle(h) + ")\r",
+        "<DibJPGSave()=DibOK\r",
+        "<tovLoadJPG()=" + Handle(jpg) + "\r",
+        "<DibJPGLoad()=NULL (Error=" + std::to_string(int(JERR_NO_SOI)) + ")\r",
+        "<DibJPGLoad()=NULL (CreateFile)\r",
+        ">DibPRNSaveOneil(label.prn, " + Handle(h) + ")\r",
+        "<DibPRNSaveOneil()=DibErrorFileWrite(): Data\r",
+        "<tovSavePRN()=4 (Error)\r",
+        "   ?rightmarginbytes=54\r",
+        "<DibPRNSaveOneil()=DibOk\r",
+        "<DibPRNSave()=DibErrorInvalidParm\r",
+        "<tovSavePRN()=7 (Error)\r",
+    });
+}
