@@ -1,5 +1,6 @@
-// File names of the file exports: completion with an extension, and the
-// bounded copy of a caller's name into a local buffer.
+// File names of the file exports: completion with an extension, the
+// bounded copy of a caller's name into a local buffer, and the copy shown in
+// an entry trace.
 #include "tovce.h"
 
 namespace {
@@ -38,6 +39,14 @@ int tovFixExtension(WCHAR* name, const WCHAR* extension) {
     for (size_t i = 0; i < extLength; ++i) *at++ = extension[i];
     *at = 0;
     return 1;
+}
+
+void tovTraceName(const WCHAR* filename, WCHAR* out) {
+    out[0] = 0;
+    if (tovProbePointer(filename)) return;
+    size_t n = BoundedLength(filename, TOV_MAX_PATH - 1);
+    for (size_t i = 0; i < n; ++i) out[i] = filename[i];
+    out[n] = 0;
 }
 
 DWORD tovPrepareFileName(const WCHAR* filename, const WCHAR* extension, WCHAR* buffer) {

@@ -6,20 +6,10 @@
 #include "dibops.h"
 #include "tovce.h"
 
-namespace {
-
-DWORD Leave(DWORD result, const WCHAR* ok, const WCHAR* failed) {
-    if (result == DibOk) DebugTrace(DIB_LEVEL_FRAME, ok);
-    else DebugError(failed, (int)result);
-    return result;
-}
-
-}  // namespace
-
 extern "C" DWORD tovBrightness(HDIB hdib, LONG brightness) {
     DebugTrace(DIB_LEVEL_FRAME, u">tovBrightness(%lld,%d)\r\n", TRACE_PTR(hdib), brightness);
     if (brightness < -DIB_BRIGHTNESS_LIMIT || brightness > DIB_BRIGHTNESS_LIMIT) return DibErrorInvalidParm;
-    return Leave(DibBrightness(hdib, brightness), u"<tovBrightness()=tovOk\r\n",
+    return tovLeave(DibBrightness(hdib, brightness), u"<tovBrightness()=tovOk\r\n",
                  u"<tovBrightness()=%d (error)\r\n");
 }
 
@@ -27,46 +17,41 @@ extern "C" DWORD tovContrast(HDIB hdib, LONG contrast) {
     DebugTrace(DIB_LEVEL_FRAME, u">tovContrast(%lld,%d)\r\n", TRACE_PTR(hdib), contrast);
     if (contrast < -DIB_CONTRAST_LIMIT || contrast > DIB_CONTRAST_LIMIT) return DibErrorInvalidParm;
     // Holds mid-grey about still; the division truncates towards zero.
-    return Leave(DibContrast(hdib, contrast, -(contrast / 2)), u"<tovContrast()=tovOk\r\n",
+    return tovLeave(DibContrast(hdib, contrast, -(contrast / 2)), u"<tovContrast()=tovOk\r\n",
                  u"<tovContrast()=%d\r\n");
 }
 
 extern "C" DWORD tovInvert(HDIB hdib) {
     DebugTrace(DIB_LEVEL_FRAME, u">tovInvert(%lld)\r\n", TRACE_PTR(hdib));
-    return Leave(DibInvert(hdib), u"<tovInvert()=tovOk\r\n", u"<tovInvert()=%d (error)\r\n");
+    return tovLeave(DibInvert(hdib), u"<tovInvert()=tovOk\r\n", u"<tovInvert()=%d (error)\r\n");
 }
 
 extern "C" DWORD tovGammaCorrection(HDIB hdib, double gamma) {
     DebugTrace(DIB_LEVEL_FRAME, u">tovGammaCorrection(%lld,%.2f)\r\n", TRACE_PTR(hdib), gamma);
     if (!(gamma >= DIB_GAMMA_MIN && gamma <= DIB_GAMMA_MAX)) return DibErrorInvalidParm; // NaN too
-    // The handle is checked here, in the words of tovHDIBIsValid.
-    DebugTrace(DIB_LEVEL_FRAME, u">tovHDIBIsValid (%lld)\r\n", TRACE_PTR(hdib));
-    DWORD valid = DibIsValid(hdib);
-    if (valid != DibOk) {
-        DebugError(u"<tovHDIBIsValid ()=%d (error)\r\n", (int)valid);
-        return valid;
-    }
-    DebugTrace(DIB_LEVEL_FRAME, u"<tovHDIBIsValid ()=tovOk\r\n");
-    return Leave(DibGammaCorrection(hdib, gamma), u"<tovGammaCorrection()=tovOk\r\n",
+    // The handle is checked here, through tovHDIBIsValid and its traces.
+    DWORD valid = tovHDIBIsValid(hdib);
+    if (valid != DibOk) return valid;
+    return tovLeave(DibGammaCorrection(hdib, gamma), u"<tovGammaCorrection()=tovOk\r\n",
                  u"<tovGammaCorrection()=%d (error)\r\n");
 }
 
 extern "C" DWORD tovHistogramStretch(HDIB hdib) {
     DebugTrace(DIB_LEVEL_FRAME, u">tovHistogramStretch(%lld)\r\n", TRACE_PTR(hdib));
-    return Leave(DibHistogramStretch(hdib), u"<tovHistogramStretch()=tovOk\r\n",
+    return tovLeave(DibHistogramStretch(hdib), u"<tovHistogramStretch()=tovOk\r\n",
                  u"<tovHistogramStretch()=%d (error)\r\n");
 }
 
 extern "C" DWORD tovHistogramStretchEx(HDIB hdib, LONG low, LONG high, DWORD mode) {
     DebugTrace(DIB_LEVEL_FRAME, u">tovHistogramStretchEx(%lld,%d,%d,%d)\r\n", TRACE_PTR(hdib), low, high,
                (int)mode);
-    return Leave(DibHistogramStretchEx(hdib, low, high, mode), u"<tovHistogramStretchEx()=tovOk\r\n",
+    return tovLeave(DibHistogramStretchEx(hdib, low, high, mode), u"<tovHistogramStretchEx()=tovOk\r\n",
                  u"<tovHistogramStretchEx()=%d (error)\r\n");
 }
 
 extern "C" DWORD tovRankFilter(HDIB hdib, DWORD rank) {
     DebugTrace(DIB_LEVEL_FRAME, u">tovRankFilter(%lld,%d)\r\n", TRACE_PTR(hdib), (int)rank);
-    return Leave(DibRankFilter(hdib, rank), u"<tovRankFilter()=tovOk\r\n", u"<tovRankFilter()=%d (error)\r\n");
+    return tovLeave(DibRankFilter(hdib, rank), u"<tovRankFilter()=tovOk\r\n", u"<tovRankFilter()=%d (error)\r\n");
 }
 
 extern "C" DWORD tovDespeckle(HDIB hdib, DWORD threshold, DWORD background) {
@@ -74,6 +59,6 @@ extern "C" DWORD tovDespeckle(HDIB hdib, DWORD threshold, DWORD background) {
                (int)background);
     if (threshold > DIB_DESPECKLE_THRESHOLD_MAX || background > DIB_DESPECKLE_BACKGROUND_MAX)
         return DibErrorInvalidParm;
-    return Leave(DibDespeckle(hdib, threshold, background), u"<tovDespeckle()=tovOk\r\n",
+    return tovLeave(DibDespeckle(hdib, threshold, background), u"<tovDespeckle()=tovOk\r\n",
                  u"<tovDespeckle()=%d\r\n");
 }

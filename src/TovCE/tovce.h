@@ -26,6 +26,18 @@ int tovFixExtension(WCHAR* name, const WCHAR* extension);
  * cannot be completed. */
 DWORD tovPrepareFileName(const WCHAR* filename, const WCHAR* extension, WCHAR* buffer);
 
+/* A bounded copy of a caller's name (into TOV_MAX_PATH characters) for an
+ * entry trace; empty when the pointer cannot be read. */
+void tovTraceName(const WCHAR* filename, WCHAR* out);
+
+/* The exit trace of an export frame that hands a Dib code on: okText on
+ * DibOk, otherwise errorText (with %d for the code) as an error line. */
+DWORD tovLeave(DWORD result, const WCHAR* okText, const WCHAR* errorText);
+
+/* The same for a frame that hands on a new bitmap: okText (with %lld for
+ * the handle), or errorText as an error line for NULL. */
+HDIB tovLeaveHandle(HDIB hdib, const WCHAR* okText, const WCHAR* errorText);
+
 /* The one recursive global lock of the camera and profile state. */
 CRITICAL_SECTION* tovGlobalLock(void);
 
