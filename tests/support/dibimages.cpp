@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <random>
 
 namespace fs = std::filesystem;
@@ -64,11 +63,6 @@ HDIB MakeRandom(LONG width, LONG height, DWORD bits, uint32_t seed) {
     const size_t n = size_t(height) * size_t(Stride(width, bits));
     for (size_t i = 0; i < n; ++i) h->pBits[i] = BYTE(rng());
     return h;
-}
-
-void WriteBytes(const std::string& path, const std::string& bytes) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << bytes;
 }
 
 std::vector<std::string> FilesIn(const std::string& dir, const std::string& suffix) {

@@ -1,6 +1,6 @@
 // Bitmaps for the tests: grey bitmaps with known or random pixels, the
 // pixel store read and written by the addressing rules independently of the
-// library, a leak guard, and files written from bytes.
+// library, a leak guard, and the files of a folder.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -63,7 +63,6 @@ private:
     LONG count_;
 };
 
-void WriteBytes(const std::string& path, const std::string& bytes);
 // The files of dir whose names end in suffix, sorted.
 std::vector<std::string> FilesIn(const std::string& dir, const std::string& suffix);
 std::string BaseName(const std::string& path);

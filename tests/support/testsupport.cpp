@@ -31,6 +31,11 @@ std::string ReadFileBytes(const std::string& path) {
     return out.str();
 }
 
+void WriteBytes(const std::string& path, const std::string& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out << bytes;
+}
+
 bool FileExists(const std::string& path) {
     std::error_code ec;
     return fs::exists(path, ec);

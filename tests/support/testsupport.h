@@ -13,6 +13,8 @@ std::string N(const char16_t* text);
 
 // Reads a whole file; empty when it cannot be read.
 std::string ReadFileBytes(const std::string& path);
+// Writes bytes as the whole file.
+void WriteBytes(const std::string& path, const std::string& bytes);
 bool FileExists(const std::string& path);
 std::string TestDataDir();
 
