@@ -2,7 +2,7 @@
 // centring into a context over an XRGB buffer.
 #include "overlaytest.h"
 
-using ovl::Picture;
+using namespace ovl;
 
 namespace {
 
@@ -30,30 +30,36 @@ struct Screen {
     }
 };
 
-Picture* Gradient(LONG w, LONG h) {
-    auto* p = new Picture(w, h, 0);
+HDIB Gradient(LONG w, LONG h) {
+    HDIB p = tovCreateHDIBExt(w, h, 0, 8);
     for (LONG y = 0; y < h; ++y)
-        for (LONG x = 0; x < w; ++x) DibSetPixel8(p->h, x, y, DWORD((x * 16 + y) & 255));
+        for (LONG x = 0; x < w; ++x) StoreSetPixel(p, x, y, DWORD((x * 16 + y) & 255));
     return p;
 }
 
 TEST(DisplayImage, ChecksItsArguments) {
-    std::unique_ptr<Picture> pic(Gradient(10, 8));
+    Dib pic(Gradient(10, 8));
     Screen s(40, 30);
     RECT r{0, 0, 40, 30};
-    for (BOOL fit : {FALSE, TRUE}) {
-        EXPECT_EQ(tovDisplayImage(pic->h, s.dc, &r, fit, 9, 0), 7u);
-        EXPECT_EQ(tovDisplayImage(pic->h, s.dc, &r, fit, 10001, 0), 7u);
-        EXPECT_EQ(tovDisplayImage(pic->h, s.dc, &r, fit, 10, 0), 0u);
-        EXPECT_EQ(tovDisplayImage(pic->h, s.dc, &r, fit, 10000, 1), 0u);
-        EXPECT_EQ(tovDisplayImage(pic->h, s.dc, nullptr, fit, 100, 0), 7u);
-        EXPECT_EQ(tovDisplayImage(pic->h, nullptr, &r, fit, 100, 0), 7u);
-        EXPECT_EQ(tovDisplayImage(nullptr, s.dc, &r, fit, 100, 0), 5u);
-    }
+    const struct {
+        HDIB h;
+        HDC dc;
+        const RECT* rect;
+        LONG percent;
+        BYTE centre;
+        DWORD expected;
+    } cases[] = {
+        {pic, s.dc, &r, 9, 0, 7},     {pic, s.dc, &r, 10001, 0, 7}, {pic, s.dc, &r, 10, 0, 0},
+        {pic, s.dc, &r, 10000, 1, 0}, {pic, s.dc, nullptr, 100, 0, 7}, {pic, nullptr, &r, 100, 0, 7},
+        {nullptr, s.dc, &r, 100, 0, 5},
+    };
+    for (BOOL fit : {FALSE, TRUE})
+        for (const auto& c : cases)
+            EXPECT_EQ(tovDisplayImage(c.h, c.dc, c.rect, fit, c.percent, c.centre), c.expected) << c.percent;
 }
 
 TEST(DisplayImage, DrawsScaledFittedAndCentred) {
-    std::unique_ptr<Picture> pic(Gradient(10, 8));
+    Dib pic(Gradient(10, 8));
     struct Case {
         RECT rect;
         BOOL fit;
@@ -71,22 +77,17 @@ TEST(DisplayImage, DrawsScaledFittedAndCentred) {
     };
     for (const Case& c : cases) {
         Screen s(40, 30);
-        ASSERT_EQ(tovDisplayImage(pic->h, s.dc, &c.rect, c.fit, c.percent, c.centre), 0u);
+        ASSERT_EQ(tovDisplayImage(pic, s.dc, &c.rect, c.fit, c.percent, c.centre), 0u);
         RECT d = s.Drawn();
-        EXPECT_EQ(d.left, c.drawn.left) << c.percent;
-        EXPECT_EQ(d.top, c.drawn.top) << c.percent;
-        EXPECT_EQ(d.right, c.drawn.right) << c.percent;
-        EXPECT_EQ(d.bottom, c.drawn.bottom) << c.percent;
+        EXPECT_EQ((std::vector<LONG>{d.left, d.top, d.right, d.bottom}),
+                  (std::vector<LONG>{c.drawn.left, c.drawn.top, c.drawn.right, c.drawn.bottom})) << c.percent;
+        if (c.percent != 100 || c.centre) continue;
+        for (LONG y = 0; y < 8; ++y)  // one to one: pixel for pixel, as greys
+            for (LONG x = 0; x < 10; ++x) {
+                uint32_t g = StorePixel(pic, x, y);
+                ASSERT_EQ(s.At(3 + x, 2 + y), g << 16 | g << 8 | g);
+            }
     }
-    // At 100 % pixel for pixel, as greys.
-    Screen s(40, 30);
-    RECT r{3, 2, 40, 30};
-    ASSERT_EQ(tovDisplayImage(pic->h, s.dc, &r, FALSE, 100, 0), 0u);
-    for (LONG y = 0; y < 8; ++y)
-        for (LONG x = 0; x < 10; ++x) {
-            uint32_t g = DibGetPixel8(pic->h, x, y);
-            ASSERT_EQ(s.At(3 + x, 2 + y), g << 16 | g << 8 | g);
-        }
 }
 
 }  // namespace

@@ -6,8 +6,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-using ovl::Pixel;
-using ovl::Record;
+using namespace ovl;
 
 namespace {
 
@@ -50,17 +49,6 @@ TEST(SigDraw, ArgumentsAndEmptyRecords) {
     EXPECT_EQ(tovSigDraw(b.dc, rec.data(), RGB(0, 0, 255), -1), 0u);  // a negative width draws too
     EXPECT_TRUE(b.Ink(3, 3));
     EXPECT_EQ(b.px[3 * 20 + 3], 0x000000FFu);
-}
-
-TEST(SigDraw, StrokesLandWhereTheRecordPutsThemAndAreNotJoined) {
-    Buffer b(60, 40);
-    auto rec = Record(60, 40, kStrokes);
-    ASSERT_EQ(tovSigDraw(b.dc, rec.data(), 0, 1), 0u);
-    for (LONG x = 5; x <= 40; ++x) EXPECT_TRUE(b.Ink(x, 10)) << x;
-    for (LONG y = 30; y <= 35; ++y) EXPECT_TRUE(b.Ink(10, y)) << y;
-    EXPECT_TRUE(b.Ink(50, 5));
-    for (LONG x = 55; x < 60; ++x) EXPECT_TRUE(b.Ink(x, 20));
-    EXPECT_EQ(b.InkCount(), 36 + 6 + 1 + 5);  // nothing between the strokes, nothing else
 }
 
 // A stroke longer than the drawing code's chunk is drawn without a gap.
@@ -114,79 +102,63 @@ LONG StockTextHeight(const WCHAR* text, LONG w) {
 }
 
 TEST(SigSave, ReloadsWithStrokesInPlaceAndTurnedOnRequest) {
-    tovtest::ScratchDir dir;
+    ScratchDir dir;
     auto rec = Record(60, 40, kStrokes);
     const LONG th = StockTextHeight(u"OK", 60);
     ASSERT_GT(th, 0);
     for (BOOL rotate : {FALSE, TRUE}) {
-        std::u16string name = tovtest::W(dir.File(rotate ? "turned.bmp" : "upright.bmp"));
+        std::u16string name = W(dir.File(rotate ? "turned.bmp" : "upright.bmp"));
         ASSERT_EQ(tovSigSave(name.c_str(), tovFormatBMP, 80, rec.data(), u"OK", rotate, RGB(255, 0, 0), 1), 0u);
-        HDIB pic = tovLoadBMP(name.c_str());
+        Dib pic(tovLoadBMP(name.c_str()));
         ASSERT_NE(pic, nullptr);
         EXPECT_EQ(DibBitCount(pic), 1);
         EXPECT_EQ(DibWidth(pic), 60);
         EXPECT_EQ(DibHeight(pic), 40 + th);
         // Where a pixel of the page lands in the picture.
-        auto at = [&](LONG x, LONG y) { return rotate ? Pixel(pic, 59 - x, 39 - y) : Pixel(pic, x, y); };
+        auto at = [&](LONG x, LONG y) { return rotate ? StorePixel(pic, 59 - x, 39 - y) : StorePixel(pic, x, y); };
         for (LONG x = 5; x <= 40; ++x) EXPECT_EQ(at(x, 10), 0u) << x;
         for (LONG y = 30; y <= 35; ++y) EXPECT_EQ(at(10, y), 0u) << y;
         EXPECT_EQ(at(50, 5), 0u);
         EXPECT_EQ(at(25, 20), 1u);  // no line joins the strokes
-        int ink = 0, textInk = 0;
-        for (LONG y = 0; y < 40; ++y)
-            for (LONG x = 0; x < 60; ++x) ink += Pixel(pic, x, y) == 0;
-        for (LONG y = 40; y < 40 + th; ++y)
-            for (LONG x = 0; x < 60; ++x) textInk += Pixel(pic, x, y) == 0;
-        EXPECT_EQ(ink, 36 + 6 + 1 + 5);
-        EXPECT_GT(textInk, 5);  // the text, upright, under the signature
-        tovUnloadHDIB(pic);
+        int ink[2] = {0, 0};  // page, text
+        for (LONG y = 0; y < 40 + th; ++y)
+            for (LONG x = 0; x < 60; ++x) ink[y >= 40] += StorePixel(pic, x, y) == 0;
+        EXPECT_EQ(ink[0], 36 + 6 + 1 + 5);  // nothing between the strokes, nothing else
+        EXPECT_GT(ink[1], 5);               // the text, upright, under the signature
     }
 }
 
 TEST(SigSave, FormatsAndFailures) {
-    tovtest::ScratchDir dir;
+    ScratchDir dir;
     auto rec = Record(32, 16, {{{1, 1}, {30, 14}}});
-    struct Case {
+    const struct {
         DWORD format;
         const char* name;
         std::string magic;
-    };
-    const Case cases[] = {
-        {1, "s.png", "\x89PNG"}, {2, "s.bmp", "BM"}, {0, "s0.jpg", "\xFF\xD8"}, {9, "s9.jpg", "\xFF\xD8"},
-    };
-    for (const Case& c : cases) {
-        std::u16string name = tovtest::W(dir.File(c.name));
-        ASSERT_EQ(tovSigSave(name.c_str(), c.format, 75, rec.data(), u"x", FALSE, 0, 2), 0u) << c.name;
-        EXPECT_EQ(tovtest::ReadFileBytes(dir.File(c.name)).substr(0, c.magic.size()), c.magic) << c.name;
+    } cases[] = {{1, "s.png", "\x89PNG"}, {2, "s.bmp", "BM"}, {0, "s0.jpg", "\xFF\xD8"}, {9, "s9.jpg", "\xFF\xD8"}};
+    for (const auto& c : cases) {
+        ASSERT_EQ(tovSigSave(W(c.name).c_str(), c.format, 75, rec.data(), u"x", FALSE, 0, 2), 0u) << c.name;
+        EXPECT_EQ(ReadFileBytes(c.name).substr(0, c.magic.size()), c.magic) << c.name;
     }
-    std::u16string bmp = tovtest::W(dir.File("none.bmp"));
-    // No record: no picture, and the save function refuses the missing bitmap.
-    EXPECT_EQ(tovSigSave(bmp.c_str(), tovFormatBMP, 75, nullptr, u"x", FALSE, 0, 1), 5u);
-    EXPECT_FALSE(tovtest::FileExists(dir.File("none.bmp")));
-    // An empty text: nothing under the signature, the page alone.
-    ASSERT_EQ(tovSigSave(bmp.c_str(), tovFormatBMP, 75, rec.data(), u"", FALSE, 0, 1), 0u);
-    HDIB pic = tovLoadBMP(bmp.c_str());
+    // No record: no picture, no file.
+    EXPECT_EQ(tovSigSave(u"none.bmp", tovFormatBMP, 75, nullptr, u"x", FALSE, 0, 1), 5u);
+    EXPECT_FALSE(FileExists("none.bmp"));
+    EXPECT_EQ(tovSigSave(u"missing/dir/s.bmp", tovFormatBMP, 75, rec.data(), u"x", FALSE, 0, 1),
+              DWORD(DibErrorFileCreation));
+    // An empty text leaves the page alone; pen width 0 draws nothing, yet the file is written.
+    ASSERT_EQ(tovSigSave(u"p.bmp", tovFormatBMP, 75, rec.data(), u"", FALSE, 0, 0), 0u);
+    Dib pic(tovLoadBMP(u"p.bmp"));
     ASSERT_NE(pic, nullptr);
     EXPECT_EQ(DibHeight(pic), 16);
-    tovUnloadHDIB(pic);
-    // Pen width 0 draws nothing but the file is written.
-    ASSERT_EQ(tovSigSave(bmp.c_str(), tovFormatBMP, 75, rec.data(), u"", FALSE, 0, 0), 0u);
-    pic = tovLoadBMP(bmp.c_str());
-    ASSERT_NE(pic, nullptr);
-    for (DWORD v : ovl::Pixels(pic)) ASSERT_EQ(v, 1u);
-    tovUnloadHDIB(pic);
-    std::u16string nowhere = tovtest::W(dir.File("missing/dir/s.bmp"));
-    EXPECT_EQ(tovSigSave(nowhere.c_str(), tovFormatBMP, 75, rec.data(), u"x", FALSE, 0, 1),
-              DWORD(DibErrorFileCreation));
+    for (DWORD v : Pixels(pic)) ASSERT_EQ(v, 1u);
 }
 
 TEST(SigSave, AllocationFailureAtEverySiteLeaksNothing) {
-    tovtest::ScratchDir dir;
+    ScratchDir dir;
     auto rec = Record(40, 20, {{{1, 1}, {38, 18}}, {{5, 15}}});
-    std::u16string name = tovtest::W(dir.File("f.bmp"));
     long live = PlatLiveObjects();
-    long sites = tovtest::ForEachAllocationFailure([&](long n) {
-        tovSigSave(name.c_str(), tovFormatBMP, 75, rec.data(), u"Ok", TRUE, 0, 3);
+    long sites = ForEachAllocationFailure([&](long n) {
+        tovSigSave(u"f.bmp", tovFormatBMP, 75, rec.data(), u"Ok", TRUE, 0, 3);
         PlatFailAllocation(0);
         EXPECT_EQ(PlatLiveObjects(), live) << "fault " << n;
     });
