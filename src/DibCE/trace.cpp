@@ -99,6 +99,18 @@ void StampAndDeliver(const SYSTEMTIME& now, bool withDate, const WCHAR* text, bo
     }
 }
 
+// The line of a trace (isTrace: dated, and only up to the set level) or of
+// an error trace. The text is formatted before the level is looked at.
+void FormatAndDeliver(bool isTrace, DWORD level, const WCHAR* format, va_list args) {
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    if (!Enabled() || !format) return;
+    WCHAR text[DEBUG_LINE_MAX];
+    int n = _vsnwprintf(text, DEBUG_LINE_MAX, format, args);
+    if (isTrace && level > g_level.load(std::memory_order_relaxed)) return;
+    StampAndDeliver(now, isTrace, text, n < 0, LineEndingOf(format));
+}
+
 }  // namespace
 
 extern "C" {
@@ -120,28 +132,17 @@ void DebugSetFileName(const WCHAR* name) {
 }
 
 void DebugTrace(DWORD level, const WCHAR* format, ...) {
-    SYSTEMTIME now;
-    GetLocalTime(&now);
-    if (!Enabled() || !format) return;
-    WCHAR text[DEBUG_LINE_MAX];
     va_list args;
     va_start(args, format);
-    int n = _vsnwprintf(text, DEBUG_LINE_MAX, format, args);
+    FormatAndDeliver(true, level, format, args);
     va_end(args);
-    if (level > g_level.load(std::memory_order_relaxed)) return;
-    StampAndDeliver(now, true, text, n < 0, LineEndingOf(format));
 }
 
 void DebugError(const WCHAR* format, ...) {
-    SYSTEMTIME now;
-    GetLocalTime(&now);
-    if (!Enabled() || !format) return;
-    WCHAR text[DEBUG_LINE_MAX];
     va_list args;
     va_start(args, format);
-    int n = _vsnwprintf(text, DEBUG_LINE_MAX, format, args);
+    FormatAndDeliver(false, 0, format, args);
     va_end(args);
-    StampAndDeliver(now, false, text, n < 0, LineEndingOf(format));
 }
 
 void DebugMemoryStatus(DWORD level) {
