@@ -201,11 +201,20 @@ bool MakePiece(Piece& p, DWORD width, DWORD height, int bpp) {
     return p.bytes != NULL;
 }
 
-// The piece into the re-made bitmap; bits past the last pixel of a row stay
-// as the new bitmap delivered them.
-void PlacePiece(HDIB hdib, const Piece& p, DWORD width, DWORD height, int bpp) {
+// Re-makes the bitmap at the piece's size and puts the piece in; bits past
+// the last pixel of a row stay as the new bitmap delivered them. The piece
+// is freed either way.
+DWORD RemakeWithPiece(HDIB hdib, const Piece& p, DWORD width, DWORD height, int bpp,
+                      const WCHAR* failText) {
+    if (DibResize(hdib, (LONG)width, (LONG)height) != DibOk) {
+        DebugTrace(DIB_LEVEL_OP, failText);
+        LocalFree(p.bytes);
+        return DibErrorUnknown;
+    }
     for (DWORD j = 0; j < height; ++j)
         CopyPixelRun(hdib->ppRow[j], p.bytes + (size_t)j * p.stride, 0, (LONG)width, bpp);
+    LocalFree(p.bytes);
+    return DibOk;
 }
 
 // Entry checks shared by the four: a good handle of a depth with pixel
@@ -219,38 +228,41 @@ DWORD CheckGeometry(HDIB hdib, int* bpp) {
     return DibOk;
 }
 
+// Both flips from a copy of the whole picture: each row either from the
+// opposite row (upside down) or from itself mirrored (left to right).
+DWORD Flip(HDIB hdib, bool upsideDown) {
+    int bpp = 0;
+    if (CheckGeometry(hdib, &bpp) != DibOk) return DibErrorInvalidDIB;
+    HDIB copy = DibCreateCopy(hdib);
+    if (copy == NULL) return DibErrorUnknown;
+    const LONG width = DibWidth(hdib);
+    const LONG height = DibHeight(hdib);
+    for (LONG y = 0; y < height && width > 0; ++y) {
+        if (upsideDown)
+            CopyPixelRun(hdib->ppRow[y], copy->ppRow[height - 1 - y], 0, width, bpp);
+        else
+            MirrorRow(hdib->ppRow[y], copy->ppRow[y], width, bpp);
+    }
+    DibUnload(copy);
+    return DibOk;
+}
+
 }  // namespace
 
 extern "C" {
 
 DWORD DibFlipHorizontal(HDIB hdib) {
     DebugTrace(DIB_LEVEL_OP, u">DibFlipHorizontal(%lld)\r\n", TRACE_PTR(hdib));
-    int bpp = 0;
-    if (CheckGeometry(hdib, &bpp) != DibOk) return DibErrorInvalidDIB;
-    HDIB copy = DibCreateCopy(hdib);
-    if (copy == NULL) return DibErrorUnknown;
-    const LONG width = DibWidth(hdib);
-    const LONG height = DibHeight(hdib);
-    for (LONG y = 0; y < height && width > 0; ++y)
-        CopyPixelRun(hdib->ppRow[y], copy->ppRow[height - 1 - y], 0, width, bpp);
-    DibUnload(copy);
-    DebugTrace(DIB_LEVEL_OP, u"<DibFlipHorizontal()=DibOk\r\n");
-    return DibOk;
+    const DWORD result = Flip(hdib, true);
+    if (result == DibOk) DebugTrace(DIB_LEVEL_OP, u"<DibFlipHorizontal()=DibOk\r\n");
+    return result;
 }
 
 DWORD DibFlipVertical(HDIB hdib) {
     DebugTrace(DIB_LEVEL_OP, u">DibFlipVertical(%lld)\r\n", TRACE_PTR(hdib));
-    int bpp = 0;
-    if (CheckGeometry(hdib, &bpp) != DibOk) return DibErrorInvalidDIB;
-    HDIB copy = DibCreateCopy(hdib);
-    if (copy == NULL) return DibErrorUnknown;
-    const LONG width = DibWidth(hdib);
-    const LONG height = DibHeight(hdib);
-    for (LONG y = 0; y < height && width > 0; ++y)
-        MirrorRow(hdib->ppRow[y], copy->ppRow[y], width, bpp);
-    DibUnload(copy);
-    DebugTrace(DIB_LEVEL_OP, u"<DibFlipVertical()=DibOk\r\n");
-    return DibOk;
+    const DWORD result = Flip(hdib, false);
+    if (result == DibOk) DebugTrace(DIB_LEVEL_OP, u"<DibFlipVertical()=DibOk\r\n");
+    return result;
 }
 
 DWORD DibCrop(HDIB hdib, DWORD x, DWORD y, DWORD width, DWORD height) {
@@ -275,13 +287,8 @@ DWORD DibCrop(HDIB hdib, DWORD x, DWORD y, DWORD width, DWORD height) {
     }
     for (DWORD j = 0; j < height; ++j)
         CopyPixelRun(piece.bytes + (size_t)j * piece.stride, hdib->ppRow[y + j], x, (LONG)width, bpp);
-    if (DibResize(hdib, (LONG)width, (LONG)height) != DibOk) {
-        DebugTrace(DIB_LEVEL_OP, u"   !DibCrop():DibErrorUnknown\r\n");
-        LocalFree(piece.bytes);
+    if (RemakeWithPiece(hdib, piece, width, height, bpp, u"   !DibCrop():DibErrorUnknown\r\n") != DibOk)
         return DibErrorUnknown;
-    }
-    PlacePiece(hdib, piece, width, height, bpp);
-    LocalFree(piece.bytes);
     DebugTrace(DIB_LEVEL_OP, u"<DibCrop()=DibOk\r\n");
     return DibOk;
 }
@@ -320,13 +327,8 @@ DWORD DibScale(HDIB hdib, DWORD percent) {
     }
     ScaleRows(hdib->ppRow, piece.bytes, piece.stride, (LONG)newWidth, (LONG)newHeight, width,
               height, inverse, bpp);
-    if (DibResize(hdib, (LONG)newWidth, (LONG)newHeight) != DibOk) {
-        DebugTrace(DIB_LEVEL_OP, u"   !DibScale():DibErrorUnknown\r\n");
-        LocalFree(piece.bytes);
+    if (RemakeWithPiece(hdib, piece, newWidth, newHeight, bpp, u"   !DibScale():DibErrorUnknown\r\n") != DibOk)
         return DibErrorUnknown;
-    }
-    PlacePiece(hdib, piece, newWidth, newHeight, bpp);
-    LocalFree(piece.bytes);
     DebugTrace(DIB_LEVEL_OP, u"<DibScale()=DibOk\r\n");
     return DibOk;
 }
