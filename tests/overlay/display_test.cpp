@@ -41,21 +41,15 @@ TEST(DisplayImage, ChecksItsArguments) {
     Dib pic(Gradient(10, 8));
     Screen s(40, 30);
     RECT r{0, 0, 40, 30};
-    const struct {
-        HDIB h;
-        HDC dc;
-        const RECT* rect;
-        LONG percent;
-        BYTE centre;
-        DWORD expected;
-    } cases[] = {
-        {pic, s.dc, &r, 9, 0, 7},     {pic, s.dc, &r, 10001, 0, 7}, {pic, s.dc, &r, 10, 0, 0},
-        {pic, s.dc, &r, 10000, 1, 0}, {pic, s.dc, nullptr, 100, 0, 7}, {pic, nullptr, &r, 100, 0, 7},
-        {nullptr, s.dc, &r, 100, 0, 5},
-    };
-    for (BOOL fit : {FALSE, TRUE})
-        for (const auto& c : cases)
-            EXPECT_EQ(tovDisplayImage(c.h, c.dc, c.rect, fit, c.percent, c.centre), c.expected) << c.percent;
+    for (BOOL fit : {FALSE, TRUE}) {
+        EXPECT_EQ(tovDisplayImage(pic, s.dc, &r, fit, 9, 0), 7u);
+        EXPECT_EQ(tovDisplayImage(pic, s.dc, &r, fit, 10001, 0), 7u);
+        EXPECT_EQ(tovDisplayImage(pic, s.dc, &r, fit, 10, 0), 0u);
+        EXPECT_EQ(tovDisplayImage(pic, s.dc, &r, fit, 10000, 1), 0u);
+        EXPECT_EQ(tovDisplayImage(pic, s.dc, nullptr, fit, 100, 0), 7u);
+        EXPECT_EQ(tovDisplayImage(pic, nullptr, &r, fit, 100, 0), 7u);
+        EXPECT_EQ(tovDisplayImage(nullptr, s.dc, &r, fit, 100, 0), 5u);
+    }
 }
 
 TEST(DisplayImage, DrawsScaledFittedAndCentred) {
