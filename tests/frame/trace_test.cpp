@@ -1,5 +1,5 @@
 // The trace log: stamps, levels, sinks and their order, the cut at the line
-// limit, the file sink, the memory dump and the assertions.
+// limit, the file sink, the memory dump, the assertions and threads.
 #include "testsupport.h"
 
 #include <gtest/gtest.h>
@@ -11,34 +11,24 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <regex>
-#include <thread>
 #include <string>
+#include <thread>
 
 using namespace tovtest;
 
 namespace {
 
-const char kDateStamp[] = R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d )";
-const char kTimeStamp[] = R"(\d\d:\d\d:\d\d )";
-constexpr size_t kDateStampChars = 18;  // "MM/DD/YY hh:mm:ss "
+const std::string kDate = R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d )";
+const std::string kTime = R"(\d\d:\d\d:\d\d )";
+constexpr size_t kDateChars = 18;  // "MM/DD/YY hh:mm:ss "
 
-bool Matches(const std::string& text, const std::string& pattern) {
-    return std::regex_match(text, std::regex(pattern));
-}
+bool Matches(const std::string& text, const std::string& pattern) { return std::regex_match(text, std::regex(pattern)); }
 
 std::string Escape(const std::string& text) {
-    static const std::regex special(R"([.^$|()\[\]{}*+?\\])");
-    return std::regex_replace(text, special, R"(\$&)");
-}
-
-// Writes one line at each of the levels and one error, each naming itself.
-void WriteLevelProbe() {
-    for (DWORD level : {0u, 5u, 8u, 9u, 10u}) DebugTrace(level, u"L%d\r\n", level);
-    DebugError(u"E\r\n");
+    return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
 }
 
 struct TraceTest : ::testing::Test {
@@ -48,39 +38,31 @@ struct TraceTest : ::testing::Test {
 
 TEST_F(TraceTest, GoldenLinesCarryTheirStamps) {
     tovConfigDebug(1, 10, tovDebugFile);
+    SYSTEMTIME before, after;
+    GetLocalTime(&before);
     DebugTrace(5, u">tovCrop(%d,%d,%d,%d,%d)\r\n", 1234, 0, 0, 16, 8);
+    GetLocalTime(&after);
     DebugError(u"   !DibDither2Color():LocalAlloc:errordata:Error\r\n");
-    DebugTrace(8, u"   ?DibBitCount: %d\r\n", 4);
     DebugTrace(5, u"%s=%.2f %hs\r\n", u"gamma", 1.5, "narrow");
     DebugTrace(9, u"no line ending");
     DebugTrace(9, u"\n");
-    std::string expected = std::string(kDateStamp) + Escape(">tovCrop(1234,0,0,16,8)\r\n") +
-                           kTimeStamp + Escape("   !DibDither2Color():LocalAlloc:errordata:Error\r\n") +
-                           kDateStamp + Escape("   ?DibBitCount: 4\r\n") +
-                           kDateStamp + Escape("gamma=1.50 narrow\r\n") +
-                           kDateStamp + "no line ending" + kDateStamp + "\n";
-    EXPECT_TRUE(Matches(LogText(), expected)) << LogText();
-}
-
-TEST_F(TraceTest, StampShowsTheLocalDateAndTime) {
-    tovConfigDebug(1, 5, tovDebugFile);
-    SYSTEMTIME before, after;
-    GetLocalTime(&before);
-    DebugTrace(5, u"now\r\n");
-    GetLocalTime(&after);
+    const std::string text = LogText();
+    EXPECT_TRUE(Matches(text, kDate + Escape(">tovCrop(1234,0,0,16,8)\r\n") + kTime +
+                                  Escape("   !DibDither2Color():LocalAlloc:errordata:Error\r\n") + kDate +
+                                  Escape("gamma=1.50 narrow\r\n") + kDate + "no line ending" + kDate + "\n"))
+        << text;
+    // The stamp is the local date and time.
     int month, day, year, hour, minute, second;
-    ASSERT_EQ(std::sscanf(LogText().c_str(), "%d/%d/%d %d:%d:%d", &month, &day, &year, &hour,
-                          &minute, &second), 6);
+    ASSERT_EQ(std::sscanf(text.c_str(), "%d/%d/%d %d:%d:%d", &month, &day, &year, &hour, &minute, &second), 6);
     if (before.wDay != after.wDay) GTEST_SKIP() << "midnight passed during the test";
-    EXPECT_EQ(month, before.wMonth);
-    EXPECT_EQ(day, before.wDay);
-    EXPECT_EQ(year, before.wYear % 100);
-    int at = hour * 3600 + minute * 60 + second;
+    EXPECT_EQ(std::vector<int>({month, day, year}), std::vector<int>({before.wMonth, before.wDay, before.wYear % 100}));
+    const int at = hour * 3600 + minute * 60 + second;
     EXPECT_GE(at, before.wHour * 3600 + before.wMinute * 60 + before.wSecond);
     EXPECT_LE(at, after.wHour * 3600 + after.wMinute * 60 + after.wSecond);
 }
 
 TEST_F(TraceTest, SettingsDecideWhatReachesTheFile) {
+    const std::vector<std::string> all = {"L0\r", "L5\r", "L8\r", "L9\r", "L10\r", "E\r"};
     struct Case {
         DWORD enable, level, outputs;
         std::vector<std::string> lines;  // empty: no file at all
@@ -88,10 +70,8 @@ TEST_F(TraceTest, SettingsDecideWhatReachesTheFile) {
         {1, 5, tovDebugFile, {"L0\r", "L5\r", "E\r"}},
         {1, 8, tovDebugFile, {"L0\r", "L5\r", "L8\r", "E\r"}},
         {1, 0, tovDebugFile, {"L0\r", "E\r"}},
-        {1, 10, tovDebugFile, {"L0\r", "L5\r", "L8\r", "L9\r", "L10\r", "E\r"}},
-        {1, 0xFFFFFFFFu, tovDebugFile, {"L0\r", "L5\r", "L8\r", "L9\r", "L10\r", "E\r"}},
-        {1, 0xFFFFFFFFu, tovDebugFile | 0xF0u, {"L0\r", "L5\r", "L8\r", "L9\r", "L10\r", "E\r"}},
-        {0, 10, tovDebugFile, {}},
+        {1, 10, tovDebugFile, all},
+        {1, 0xFFFFFFFFu, tovDebugFile | 0xF0u, all},
         {0, 10, 0x0F, {}},
         {1, 10, 0, {}},
         {1, 10, 0xFFFFFFF0u, {}},
@@ -102,25 +82,20 @@ TEST_F(TraceTest, SettingsDecideWhatReachesTheFile) {
         tovConfigDebug(c.enable, c.level, c.outputs);
         ::testing::internal::CaptureStdout();
         ::testing::internal::CaptureStderr();
-        WriteLevelProbe();
+        for (DWORD level : {0u, 5u, 8u, 9u, 10u}) DebugTrace(level, u"L%d\r\n", level);
+        DebugError(u"E\r\n");
         DebugMemoryStatus(0);
         if (!c.enable) DebugWriteFile(u"the file sink alone\r\n");
-        std::string out = ::testing::internal::GetCapturedStdout();
-        std::string err = ::testing::internal::GetCapturedStderr();
+        const std::string out = ::testing::internal::GetCapturedStdout();
+        const std::string err = ::testing::internal::GetCapturedStderr();
         if (c.lines.empty()) {
             EXPECT_FALSE(FileExists("imaging.log"));
-            EXPECT_EQ(out, "");
-            EXPECT_EQ(err, "");
+            EXPECT_EQ(out + err, "");
             continue;
         }
         std::vector<std::string> lines = LogLines();
         ASSERT_EQ(lines.size(), c.lines.size() + 8);  // and the memory dump at level 0
         EXPECT_EQ(std::vector<std::string>(lines.begin(), lines.begin() + c.lines.size()), c.lines);
-        // The error line alone carries no date.
-        std::string text = LogText();
-        size_t at = text.find("E\r\n");
-        ASSERT_GE(at, 10u);
-        EXPECT_TRUE(Matches(text.substr(at - 10, 13), "\n" + std::string(kTimeStamp) + "E\r\n"));
     }
 }
 
@@ -130,10 +105,9 @@ TEST_F(TraceTest, SinksGetTheSameLineInTheirOrder) {
     ::testing::internal::CaptureStderr();
     DebugTrace(5, u">tovWidth(%d) %s\r\n", 7, u"w\u00f6rld \u20ac\U0001F600");
     std::string out = ::testing::internal::GetCapturedStdout();
-    std::string err = ::testing::internal::GetCapturedStderr();
-    std::string line = LogText();
-    ASSERT_TRUE(Matches(line, std::string(kDateStamp) + ">tovWidth\\(7\\) w\xc3\xb6rld \xe2\x82\xac\xf0\x9f\x98\x80\r\n"))
-        << line;
+    const std::string err = ::testing::internal::GetCapturedStderr();
+    const std::string line = LogText();
+    ASSERT_TRUE(Matches(line, kDate + ">tovWidth\\(7\\) w\xc3\xb6rld \xe2\x82\xac\xf0\x9f\x98\x80\r\n")) << line;
     EXPECT_EQ(out, line);  // console
     // Debug stream first, then the message box with its caption.
     EXPECT_EQ(err.substr(0, line.size()), line);
@@ -145,109 +119,72 @@ TEST_F(TraceTest, SinksGetTheSameLineInTheirOrder) {
     ::testing::internal::CaptureStdout();
     DebugError(u"console only\r\n");
     out = ::testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(Matches(out, std::string(kTimeStamp) + "console only\r\n")) << out;
+    EXPECT_TRUE(Matches(out, kTime + "console only\r\n")) << out;
     EXPECT_FALSE(FileExists("imaging.log"));
 }
 
-// Stamp and text together hold at most 1023 characters; a longer line is
-// cut and keeps the ending that its format asks for.
+// Stamp and text together hold at most 1023 characters; a longer line is cut,
+// keeps the ending its format asks for, and stays valid UTF-8.
 TEST_F(TraceTest, LongLinesAreCutAndKeepTheirEnding) {
     struct Case {
-        size_t letters;
-        const char16_t* ending;
-        size_t expectedLetters;
+        std::u16string body, ending;
+        size_t expectedUnits;  // of the body's character kept
     } cases[] = {
-        {1003, u"\r\n", 1003},  // exactly full
-        {1004, u"\r\n", 1003},
-        {5000, u"\r\n", 1003},
-        {5000, u"\n", 1004},
-        {5000, u"", 1005},
-        {1005, u"", 1005},
+        {std::u16string(1003, u'a'), u"\r\n", 1003},  // exactly full
+        {std::u16string(1004, u'a'), u"\r\n", 1003},
+        {std::u16string(5000, u'a'), u"\r\n", 1003},
+        {std::u16string(5000, u'a'), u"\n", 1004},
+        {std::u16string(5000, u'a'), u"", 1005},
+        {std::u16string(2000, u'\u00e9'), u"\r\n", 1003},  // two bytes each
     };
     tovConfigDebug(1, 5, tovDebugFile);
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.letters);
+        SCOPED_TRACE(::testing::Message() << c.body.size() << " of " << N(c.body.substr(0, 1).c_str()));
         std::remove("imaging.log");
-        std::u16string format(c.letters, u'a');
-        format += c.ending;
-        DebugTrace(5, format.c_str());
-        std::string text = LogText();
-        std::string ending = N(c.ending);
-        ASSERT_EQ(text.size(), kDateStampChars + c.expectedLetters + ending.size());
-        // Compared by position, so that a failure does not print a kilobyte of letters.
-        size_t lettersEnd = std::min(text.find_first_not_of('a', kDateStampChars), text.size());
-        EXPECT_EQ(lettersEnd, kDateStampChars + c.expectedLetters);
-        EXPECT_EQ(text.substr(lettersEnd), ending);
+        DebugTrace(5, (c.body + c.ending).c_str());
+        const std::string want = N(std::u16string(c.expectedUnits, c.body[0]).c_str()) + N(c.ending.c_str());
+        const std::string text = LogText();
+        ASSERT_EQ(text.size(), kDateChars + want.size());
+        EXPECT_TRUE(text.compare(kDateChars, std::string::npos, want) == 0);  // no kilobyte of letters on failure
     }
+    // A pair of surrogates that the cut would split is left out whole.
+    std::remove("imaging.log");
+    std::u16string pairs(1002, u'a');
+    for (int i = 0; i < 50; ++i) pairs += u"\U0001F600";
+    DebugTrace(5, (pairs + u"\r\n").c_str());
+    EXPECT_TRUE(LogText().compare(kDateChars, std::string::npos, std::string(1002, 'a') + "\r\n") == 0);
     // A text longer than the line buffer through the format itself.
     std::remove("imaging.log");
-    std::u16string big(3000, u'b');
-    DebugError(u"%s\r\n", big.c_str());
-    std::string text = LogText();
+    DebugError(u"%s\r\n", std::u16string(3000, u'b').c_str());
+    const std::string text = LogText();
     EXPECT_EQ(text.size(), 1023u);
     EXPECT_EQ(text.substr(text.size() - 3), "b\r\n");
 }
 
-TEST_F(TraceTest, CutLinesStayValidText) {
-    tovConfigDebug(1, 5, tovDebugFile);
-    // Two-byte characters: 1003 of them fill the line, in 2006 bytes.
-    std::u16string wide(2000, u'\u00e9');
-    DebugTrace(5, (wide + u"\r\n").c_str());
-    std::string text = LogText();
-    EXPECT_EQ(text.size(), kDateStampChars + 1003 * 2 + 2);
-    EXPECT_EQ(text.substr(text.size() - 4), "\xc3\xa9\r\n");
-    // A pair of surrogates that would be split by the cut is left out whole.
-    std::remove("imaging.log");
-    std::u16string pairs = std::u16string(1002, u'a');
-    for (int i = 0; i < 50; ++i) pairs += u"\U0001F600";
-    DebugTrace(5, (pairs + u"\r\n").c_str());
-    text = LogText();
-    EXPECT_EQ(text.find("\xef\xbf\xbd"), std::string::npos);  // no replacement character
-    EXPECT_EQ(text.size(), kDateStampChars + 1002 + 2);
-    EXPECT_EQ(text.find_first_not_of('a', kDateStampChars), kDateStampChars + 1002);
-    EXPECT_EQ(text.substr(text.size() - 2), "\r\n");
-}
-
-TEST_F(TraceTest, FileSinkAppendsAndSurvivesAnUnusableFile) {
-    {
-        FILE* f = std::fopen("imaging.log", "wb");
-        std::fputs("earlier\n", f);
-        std::fclose(f);
-    }
-    tovConfigDebug(1, 5, tovDebugFile);
+TEST_F(TraceTest, FileSinkAppendsToTheConfiguredFile) {
+    WriteBytes("imaging.log", "earlier\n");
+    DebugSetFileName(u"other.log");
+    DebugConfig(1, 5, tovDebugFile);
+    DebugTrace(5, u"x\r\n");
+    EXPECT_TRUE(FileExists("other.log"));
+    tovConfigDebug(1, 5, tovDebugFile);  // back to its own name
     DebugTrace(5, u"one\r\n");
     DebugTrace(5, u"two\r\n");
     EXPECT_EQ(LogLines(), (std::vector<std::string>{"earlier", "one\r", "two\r"}));
-
-    // A log that cannot be opened loses its lines, and the other sinks still
-    // get theirs.
+    // A longer name is cut to 255 characters; no name leaves the sink nowhere to go.
+    DebugSetFileName(std::u16string(400, u'n').c_str());
+    DebugTrace(5, u"z\r\n");
+    DebugSetFileName(nullptr);
+    DebugTrace(5, u"z\r\n");
+    EXPECT_EQ(ReadFileBytes(std::string(255, 'n')).size(), kDateChars + 3);
+    // A log that cannot be opened loses its lines; the other sinks get theirs.
     std::remove("imaging.log");
     ASSERT_EQ(mkdir("imaging.log", 0755), 0);
     tovConfigDebug(1, 5, tovDebugFile | tovDebugConsole);
     ::testing::internal::CaptureStdout();
     DebugTrace(5, u"lost\r\n");
-    EXPECT_TRUE(Matches(::testing::internal::GetCapturedStdout(), std::string(kDateStamp) + "lost\r\n"));
+    EXPECT_TRUE(Matches(::testing::internal::GetCapturedStdout(), kDate + "lost\r\n"));
     rmdir("imaging.log");
-}
-
-TEST_F(TraceTest, FileNameComesFromTheConfigurationExport) {
-    DebugSetFileName(u"other.log");
-    DebugConfig(1, 5, tovDebugFile);
-    DebugTrace(5, u"x\r\n");
-    EXPECT_TRUE(FileExists("other.log"));
-    EXPECT_FALSE(FileExists("imaging.log"));
-    tovConfigDebug(1, 5, tovDebugFile);
-    DebugTrace(5, u"y\r\n");
-    EXPECT_EQ(LogLines(), std::vector<std::string>{"y\r"});
-
-    // A name longer than the setting is cut to its 255 characters.
-    std::u16string longName(400, u'n');
-    DebugSetFileName(longName.c_str());
-    DebugTrace(5, u"z\r\n");
-    EXPECT_TRUE(FileExists(std::string(255, 'n')));
-    DebugSetFileName(nullptr);  // no name: the file sink has nowhere to go
-    DebugTrace(5, u"z\r\n");
-    EXPECT_EQ(ReadFileBytes(std::string(255, 'n')).size(), kDateStampChars + 3);
 }
 
 TEST_F(TraceTest, MemoryStatusIsEightLinesAtItsLevel) {
@@ -255,33 +192,26 @@ TEST_F(TraceTest, MemoryStatusIsEightLinesAtItsLevel) {
     DebugMemoryStatus(8);
     EXPECT_FALSE(FileExists("imaging.log"));
     DebugMemoryStatus(5);
-    std::string pattern = kDateStamp + std::string("Memory Status:\n");
-    for (const char* name : {"dwMemoryLoad", "dwTotalPageFile", "dwAvailPageFile", "dwTotalPhys",
-                             "dwAvailPhys", "dwAvailVirtual", "dwTotalVirtual"})
-        pattern += kDateStamp + std::string("   ") + name + R"(: -?\d+\n)";
+    std::string pattern = kDate + "Memory Status:\n";
+    for (const char* name : {"dwMemoryLoad", "dwTotalPageFile", "dwAvailPageFile", "dwTotalPhys", "dwAvailPhys",
+                             "dwAvailVirtual", "dwTotalVirtual"})
+        pattern += kDate + "   " + name + R"(: \d+\n)";
     EXPECT_TRUE(Matches(LogText(), pattern)) << LogText();
 }
 
-TEST(TraceDeathTest, AssertionShowsItsBoxAndEndsWithStatus3) {
-    tovConfigDebug(0, 5, 0);  // does not depend on the trace settings
+TEST(TraceDeathTest, AssertionsEndTheProcess) {
+    tovConfigDebug(0, 5, 0);  // whatever the trace settings
     EXPECT_EXIT(DebugAssert(u"dib_geometry.cpp", 42, u"scalefactor!=0"), ::testing::ExitedWithCode(3),
                 "Assertion Error.*Condition: scalefactor!=0 failed\\.  dib_geometry\\.cpp line 42");
     EXPECT_EXIT(DIB_ASSERT(1 + 1 == 3), ::testing::ExitedWithCode(3),
                 "Condition: 1 \\+ 1 == 3 failed\\.  .*trace_test\\.cpp line [0-9]+");
-    DIB_ASSERT(1 + 1 == 2);
-}
-
-TEST(TraceDeathTest, TovAssertPrintsAndBreaks) {
     EXPECT_EXIT(ASSERT(sizeof(int) == 1), ::testing::KilledBySignal(SIGTRAP),
                 "ASSERT failed in file .*trace_test\\.cpp at line [0-9]+ \r\n");
+    DIB_ASSERT(1 + 1 == 2);
     ASSERT(sizeof(int) == 4);
 }
 
-}  // namespace
-
-namespace {
-
-// Threads trace at once: every line arrives, whole.
+// Threads trace at once: every line arrives whole, each thread's in order.
 TEST(TraceThreadTest, LinesFromThreadsStayWholeAndNoneIsLost) {
     ScratchDir dir;
     constexpr int kThreads = 4, kLines = 300;
@@ -293,7 +223,7 @@ TEST(TraceThreadTest, LinesFromThreadsStayWholeAndNoneIsLost) {
         });
     for (std::thread& thread : threads) thread.join();
     StopLog();
-    std::vector<std::string> lines = LogLines();
+    const std::vector<std::string> lines = LogLines();
     EXPECT_EQ(lines.size(), size_t(kThreads * kLines));
     std::vector<int> next(kThreads, 0);
     for (const std::string& line : lines) {
@@ -301,7 +231,7 @@ TEST(TraceThreadTest, LinesFromThreadsStayWholeAndNoneIsLost) {
         char tail[32] = {};
         ASSERT_EQ(std::sscanf(line.c_str(), "thread %d line %d of the tes%31s", &t, &i, tail), 3) << line;
         ASSERT_TRUE(t >= 0 && t < kThreads) << line;
-        EXPECT_EQ(i, next[t]++) << line;  // each thread's lines in its order
+        EXPECT_EQ(i, next[t]++) << line;
     }
 }
 
