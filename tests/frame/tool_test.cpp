@@ -45,15 +45,11 @@ TEST(ToolTest, BadUseFailsWithAMessage) {
     ScratchDir dir;
     ASSERT_EQ(Tov("sample card.bmp").status, 0);
     WriteBytes("garbage.bmp", "BM not really a bitmap");
-    struct Case {
-        const char* arguments;
-        const char* message;  // expected in the error output
-    } cases[] = {
+    struct Case { const char* arguments, *message; } cases[] = {  // message: within the error output
         {"", "usage: tov"},
         {"frobnicate x", "unknown command 'frobnicate'"},
         {"--trace 11 info card.bmp", "--trace takes a level"},
         {"info", "expected 1 argument, got 0"},
-        {"info missing.bmp", "missing.bmp: cannot be read"},
         {"info garbage.bmp", "garbage.bmp: cannot be read"},
         {"info card.xyz", "unknown picture type"},
         {"info card.bmp --colour", "unknown option --colour"},
@@ -61,7 +57,6 @@ TEST(ToolTest, BadUseFailsWithAMessage) {
         {"convert card.bmp out.bmp --depth", "--depth needs a value"},
         {"convert card.bmp out.bmp --depth 3", "DibErrorInvalidParm (7)"},
         {"convert card.bmp out.bmp --depth 1 --quality 101", "--quality takes a number from 1 to 100"},
-        {"convert card.bmp out.jpeg --depth 8", "unknown picture type"},
         {"convert card.bmp out.bmp --depth 1 --depth 4", "--depth given twice"},
         {"convert card.bmp nodir/out.bmp --depth 1", "nodir/out.bmp: cannot be written"},
         {"sample big.bmp --width 5000", "--width takes a number from 1 to 4096"},
