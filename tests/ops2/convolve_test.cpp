@@ -218,14 +218,26 @@ TEST(Convolution, AllocationFailure) {
     }
 }
 
-TEST(Convolution, TraceLines) {
+// One refusal of each family as the trace shows it; dithering wants 8 bits
+// with 256 colours.
+TEST(Ops2, TraceLines) {
     tovtest::ScratchDir dir;
+    Dib g(tovCreateHDIBExt(6, 4, 0, 4)), five = Uniform(4, 3, 9);
+    five.h->ds.dsBmih.biClrUsed = 5;
     tovtest::StartLog(8);
     ASSERT_EQ(tovAverage(nullptr), 5u);
+    ASSERT_EQ(tovCrop(g, 5, 0, 2, 1), 7u);
+    ASSERT_EQ(tovDither2Color(five), 5u);
     tovtest::StopLog();
+    EXPECT_EQ(tovDither16Color(g), 5u);
+    const std::string h = Handle(g), h5 = Handle(five);
     EXPECT_EQ(tovtest::LogLines(), (std::vector<std::string>{
         ">tovAverage(0)\r", "<DibAverage(0)\r", ">DibAverage()\r", ">DibConvolutionFilter()\r",
-        "   !DibIsValid():pdib == NULL:Error\r", "<DibConvolutionFilter()=5\r", "<tovAverage()=5 (error)\r"}));
+        "   !DibIsValid():pdib == NULL:Error\r", "<DibConvolutionFilter()=5\r", "<tovAverage()=5 (error)\r",
+        ">tovCrop(" + h + ",5,0,2,1)\r", ">DibCrop(" + h + ",5,0,2,1)\r", ">DibRegisterPixelIO(4)\r",
+        "<DibRegisterPixelIO()=DibOk\r", "   !DibCrop():DibErrorInvalidParm\r", "<tovCrop()=7 (error)\r",
+        ">tovDither2Color(" + h5 + ")\r", ">DibDither2Color(" + h5 + ")\r",
+        "   !DibDither2Color():DibErrorInvalidParm\r", "<tovDither2Color()=5 (error)\r"}));
 }
 
 }  // namespace

@@ -68,25 +68,6 @@ TEST(Dither, KnownValues) {
     EXPECT_EQ(Read(g).v, (std::vector<int>{255, 0, 255, 0, 255, 255}));
 }
 
-// Not 8 bits with 256 colours: refused, with the trace saying why.
-TEST(Dither, Refusals) {
-    Dib five = Uniform(4, 3, 9), four(tovCreateHDIBExt(4, 3, 9, 4));
-    five.h->ds.dsBmih.biClrUsed = 5;
-    tovtest::ScratchDir dir;
-    tovtest::StartLog(8);
-    EXPECT_EQ(tovDither2Color(five), 5u);
-    EXPECT_EQ(tovDither16Color(four), 5u);
-    EXPECT_EQ(tovDither2Color(nullptr), 5u);
-    tovtest::StopLog();
-    EXPECT_EQ(tovtest::LogLines(), (std::vector<std::string>{
-        ">tovDither2Color(" + Handle(five) + ")\r", ">DibDither2Color(" + Handle(five) + ")\r",
-        "   !DibDither2Color():DibErrorInvalidParm\r", "<tovDither2Color()=5 (error)\r",
-        ">tovDither16Color(" + Handle(four) + ")\r", ">DibDither16Color(" + Handle(four) + ")\r",
-        "   !DibDither16Color():DibErrorInvalidParm\r", "<tovDither16Color()=5 (error)\r",
-        ">tovDither2Color(0)\r", ">DibDither2Color(0)\r", "   !DibIsValid():pdib == NULL:Error\r",
-        "<tovDither2Color()=5 (error)\r"}));
-}
-
 // The copy's allocation sites give 6, the last two (the tables) 1.
 TEST(Dither, AllocationFailure) {
     for (const Variant& v : kVariants) {
