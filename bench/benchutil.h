@@ -40,9 +40,7 @@ inline void Sizes(benchmark::internal::Benchmark* b) {
 class Picture {
 public:
     Picture(LONG width, LONG height, uint32_t seed = 1) : width_(width), height_(height) {
-        BITMAPINFO* info = DibGreyInfoBlock(width, height, 8);
-        hdib_ = info ? DibCreateFromBitmapInfo(info) : nullptr;
-        if (info) LocalFree(info);
+        hdib_ = DibCreateGrey(width, height, 8, nullptr);
         if (!hdib_) return;
         uint64_t state = 0x9E3779B97F4A7C15ull ^ seed;
         for (LONG y = 0; y < height; ++y) {

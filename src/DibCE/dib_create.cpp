@@ -54,6 +54,18 @@ BITMAPINFO* DibGreyInfoBlock(LONG width, LONG height, DWORD bitcount) {
     return bmi;
 }
 
+HDIB DibCreateGrey(LONG width, LONG height, DWORD bitcount, DWORD* failure) {
+    BITMAPINFO* bmi = DibGreyInfoBlock(width, height, bitcount);
+    if (!bmi) {
+        if (failure) *failure = DIB_GREY_FAILED_INFO;
+        return nullptr;
+    }
+    HDIB hdib = DibCreateFromBitmapInfo(bmi);
+    LocalFree(bmi);
+    if (!hdib && failure) *failure = DIB_GREY_FAILED_BITMAP;
+    return hdib;
+}
+
 DWORD DibClear(HDIB hdib, DWORD value) {
     DebugTrace(DIB_LEVEL_OP, u">DibClear(%lld, %d)\r\n", TRACE_PTR(hdib), value);
     if (DibIsValid(hdib)) return DibErrorInvalidDIB;
@@ -73,19 +85,14 @@ DWORD DibClear(HDIB hdib, DWORD value) {
 
 HDIB DibCreate(LONG width, LONG height, DWORD clear) {
     DebugTrace(DIB_LEVEL_FRAME, u">DibCreate()\r\n");
-    BITMAPINFO* bmi = DibGreyInfoBlock(width, height, 8);
-    if (!bmi) {
-        DebugError(u"!DibCreate():LocalAlloc:pbmi:Error\r\n");
-        return nullptr;
-    }
-    HDIB hdib = DibCreateFromBitmapInfo(bmi);
+    DWORD failure = 0;
+    HDIB hdib = DibCreateGrey(width, height, 8, &failure);
     if (!hdib) {
-        DebugError(u"!DibCreate():DibCreateFromBitmapInfo:Error\r\n");
-        LocalFree(bmi);
+        DebugError(failure == DIB_GREY_FAILED_INFO ? u"!DibCreate():LocalAlloc:pbmi:Error\r\n"
+                                                   : u"!DibCreate():DibCreateFromBitmapInfo:Error\r\n");
         return nullptr;
     }
     DibClear(hdib, clear);
-    LocalFree(bmi);
     DebugTrace(DIB_LEVEL_FRAME, u"<DibCreate()=%lld\r\n", TRACE_PTR(hdib));
     return hdib;
 }

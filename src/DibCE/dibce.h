@@ -111,6 +111,12 @@ void DibSetPixel1(HDIB hdib, LONG x, LONG y, DWORD value);
 /* A zeroed standard grey info block for 1, 4 or 8 bits, from LocalAlloc;
  * NULL when the depth is not one of those or the allocation fails. */
 BITMAPINFO* DibGreyInfoBlock(LONG width, LONG height, DWORD bitcount);
+/* A new grey bitmap through such a block, which is freed again. NULL on
+ * failure, and *failure (when given) says which step failed, so that each
+ * caller traces it in its own words. */
+#define DIB_GREY_FAILED_INFO 1   /* the info block: bad depth or no memory */
+#define DIB_GREY_FAILED_BITMAP 2 /* DibCreateFromBitmapInfo */
+HDIB DibCreateGrey(LONG width, LONG height, DWORD bitcount, DWORD* failure);
 HDIB DibCreate(LONG width, LONG height, DWORD clear);
 DWORD DibRecreate(HDIB hdib, LONG width, LONG height, DWORD clear, DWORD bitcount);
 DWORD DibConvert(HDIB hdib, DWORD bitcount);

@@ -84,27 +84,16 @@ HDIB tovCreateHDIBExt(LONG width, LONG height, DWORD clear, DWORD bitcount) {
         DebugError(u"!tovCreateHDIBExt():Invalid bitcount\r\n");
         return nullptr;
     }
-    BITMAPINFO* bmi = DibGreyInfoBlock(width, height, bitcount);
-    if (!bmi) {
-        DebugError(u"!tovCreateHDIBExt():LocalAlloc:pbmi:Error\r\n");
-        return nullptr;
-    }
-    HDIB hdib = DibCreateFromBitmapInfo(bmi);
+    DWORD failure = 0;
+    HDIB hdib = DibCreateGrey(width, height, bitcount, &failure);
     if (!hdib) {
-        DebugError(u"!tovCreateHDIBExt():DibCreateFromBitmapInfo:Error\r\n");
-        LocalFree(bmi);
+        DebugError(failure == DIB_GREY_FAILED_INFO ? u"!tovCreateHDIBExt():LocalAlloc:pbmi:Error\r\n"
+                                                   : u"!tovCreateHDIBExt():DibCreateFromBitmapInfo:Error\r\n");
         return nullptr;
     }
     DebugTrace(DIB_LEVEL_FRAME, u">tovClear(%lld,%d)\r\n", TRACE_PTR(hdib), clear);
     // A clear value of 256 or more keeps the pixels the section delivered.
-    if (clear < 256) {
-        DWORD result = DibClear(hdib, clear);
-        if (result == DibOk)
-            DebugTrace(DIB_LEVEL_FRAME, u"<tovClear()=tovOk\r\n");
-        else
-            DebugError(u"<tovClear()=%d\r\n", result);
-    }
-    LocalFree(bmi);
+    if (clear < 256) tovLeave(DibClear(hdib, clear), u"<tovClear()=tovOk\r\n", u"<tovClear()=%d\r\n");
     DebugTrace(DIB_LEVEL_FRAME, u"<tovCreateHDIBExt()=%lld\r\n", TRACE_PTR(hdib));
     return hdib;
 }
