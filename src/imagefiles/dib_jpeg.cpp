@@ -225,9 +225,7 @@ DWORD DibJPGSave(const WCHAR* filename, DWORD quality, HDIB hdib) {
 
 HDIB DibJPGLoad(const WCHAR* filename) {
     DebugTrace(DIB_LEVEL_OP, u">DibJPGLoad(%s)\r\n", filename);
-    HANDLE const file = filename ? CreateFileW(filename, GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)
-                                 : INVALID_HANDLE_VALUE;
+    HANDLE const file = DibOpenForLoad(filename);
     if (file == INVALID_HANDLE_VALUE) {
         DebugTrace(DIB_LEVEL_OP, u"<DibJPGLoad()=NULL (CreateFile)\r\n");
         return nullptr;
@@ -236,14 +234,12 @@ HDIB DibJPGLoad(const WCHAR* filename) {
     struct jpeg_decompress_struct cinfo;
     DibJPGErrorManager err;
     DibJPGSource src;
-    BITMAPINFO* volatile pbmi = nullptr;
     HDIB volatile hdib = nullptr;
     std::memset(&cinfo, 0, sizeof cinfo);
     SetUpErrors(&err);
     cinfo.err = &err.pub;
     if (setjmp(err.jump)) {
         DebugTrace(DIB_LEVEL_OP, u"<DibJPGLoad()=NULL (Error=%d)\r\n", err.pub.msg_code);
-        if (pbmi) LocalFree(pbmi);
         if (hdib) DibUnload(hdib);
         jpeg_destroy_decompress(&cinfo);
         CloseHandle(file);
@@ -256,20 +252,12 @@ HDIB DibJPGLoad(const WCHAR* filename) {
     // libjpeg cannot reduce to grey (CMYK) fails in jpeg_start_decompress.
     cinfo.out_color_space = JCS_GRAYSCALE;
 
-    pbmi = DibGreyInfoBlock(LONG(cinfo.image_width), LONG(cinfo.image_height), 8);
-    if (!pbmi) {
-        DebugTrace(DIB_LEVEL_OP, u"<DibJPGLoad()=NULL (LocalAlloc)\r\n");
-        jpeg_destroy_decompress(&cinfo);
-        CloseHandle(file);
-        return nullptr;
-    }
     // The bitmap core refuses sizes beyond its limits before anything large
     // is allocated, by us or by libjpeg.
-    hdib = DibCreateFromBitmapInfo(pbmi);
-    LocalFree(pbmi);
-    pbmi = nullptr;
+    hdib = DibCreateForLoad(LONG(cinfo.image_width), LONG(cinfo.image_height), 8,
+                            u"<DibJPGLoad()=NULL (LocalAlloc)\r\n",
+                            u"<DibJPGLoad()=NULL (DibCreateFromBitmapInfo)\r\n");
     if (!hdib) {
-        DebugTrace(DIB_LEVEL_OP, u"<DibJPGLoad()=NULL (DibCreateFromBitmapInfo)\r\n");
         jpeg_destroy_decompress(&cinfo);
         CloseHandle(file);
         return nullptr;

@@ -70,6 +70,16 @@ void PngRead(png_structp png, png_bytep data, size_t length) {
 
 bool GreyDepth(int depth) { return depth == 8 || depth == 4 || depth == 1; }
 
+// The way out of a save that failed: what it has made so far goes again
+// (the libpng state, the file, the row table), then the exit trace.
+DWORD EndSave(DWORD code, const WCHAR* text, png_bytep* rows, HANDLE file, png_structp* png, png_infop* info) {
+    if (*png) png_destroy_write_struct(png, info);
+    if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+    LocalFree(rows);
+    DebugTrace(DIB_LEVEL_OP, text);
+    return code;
+}
+
 }  // namespace
 
 extern "C" {
@@ -86,47 +96,32 @@ DWORD DibPNGSave(const WCHAR* filename, HDIB hdib) {
         DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=DibErrorMemoryAlocation\r\n");
         return DibErrorMemoryAlocation;
     }
-    if (!filename) {
-        DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=DibErrorInvalidParm\r\n");
-        LocalFree(ppbRowPointers);
-        return DibErrorInvalidParm;
-    }
+    HANDLE file = INVALID_HANDLE_VALUE;
+    png_structp png_ptr = nullptr;
+    png_infop info_ptr = nullptr;
+    if (!filename)
+        return EndSave(DibErrorInvalidParm, u"<DibPNGSave()=DibErrorInvalidParm\r\n", ppbRowPointers, file, &png_ptr,
+                       &info_ptr);
     // A grey PNG sample is 1, 4 or 8 bits; deeper bitmaps (from a BMP file)
     // have no grey form here. Refused before a file is made.
-    if (!GreyDepth(depth)) {
-        DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=DibErrorUnknown (bitcount)\r\n");
-        LocalFree(ppbRowPointers);
-        return DibErrorUnknown;
-    }
-    HANDLE const file = CreateFileW(filename, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
-        DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=DibErrorFileCreation\r\n");
-        LocalFree(ppbRowPointers);
-        return DibErrorFileCreation;
-    }
-    png_structp png_ptr = png_create_write_struct_2(PNG_LIBPNG_VER_STRING, nullptr, PngError, PngWarning,
-                                                    nullptr, PngAlloc, PngFree);
-    if (!png_ptr) {
-        DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=DibErrorUnknown (!png_ptr)\r\n");
-        CloseHandle(file);
-        LocalFree(ppbRowPointers);
-        return DibErrorUnknown;
-    }
-    png_infop info_ptr = png_create_info_struct(png_ptr);
-    if (!info_ptr) {
-        DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=DibErrorUnknown (!info_ptr)\r\n");
-        CloseHandle(file);
-        png_destroy_write_struct(&png_ptr, nullptr);
-        LocalFree(ppbRowPointers);
-        return DibErrorUnknown;
-    }
-    if (setjmp(png_jmpbuf(png_ptr))) {
-        png_destroy_write_struct(&png_ptr, &info_ptr);
-        CloseHandle(file);
-        LocalFree(ppbRowPointers);
-        DebugTrace(DIB_LEVEL_OP, u"<DibPNGSave()=%d (error)\r\n", 0);
-        return DibErrorUnknown;
-    }
+    if (!GreyDepth(depth))
+        return EndSave(DibErrorUnknown, u"<DibPNGSave()=DibErrorUnknown (bitcount)\r\n", ppbRowPointers, file,
+                       &png_ptr, &info_ptr);
+    file = CreateFileW(filename, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return EndSave(DibErrorFileCreation, u"<DibPNGSave()=DibErrorFileCreation\r\n", ppbRowPointers, file,
+                       &png_ptr, &info_ptr);
+    png_ptr = png_create_write_struct_2(PNG_LIBPNG_VER_STRING, nullptr, PngError, PngWarning, nullptr, PngAlloc,
+                                        PngFree);
+    if (!png_ptr)
+        return EndSave(DibErrorUnknown, u"<DibPNGSave()=DibErrorUnknown (!png_ptr)\r\n", ppbRowPointers, file,
+                       &png_ptr, &info_ptr);
+    info_ptr = png_create_info_struct(png_ptr);
+    if (!info_ptr)
+        return EndSave(DibErrorUnknown, u"<DibPNGSave()=DibErrorUnknown (!info_ptr)\r\n", ppbRowPointers, file,
+                       &png_ptr, &info_ptr);
+    if (setjmp(png_jmpbuf(png_ptr)))
+        return EndSave(DibErrorUnknown, u"<DibPNGSave()=0 (error)\r\n", ppbRowPointers, file, &png_ptr, &info_ptr);
     png_set_write_fn(png_ptr, file, PngWrite, PngFlush);
     png_set_IHDR(png_ptr, info_ptr, png_uint_32(width), png_uint_32(height), depth, PNG_COLOR_TYPE_GRAY,
                  PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
@@ -155,9 +150,7 @@ DWORD DibPNGSave(const WCHAR* filename, HDIB hdib) {
 
 HDIB DibPNGLoad(const WCHAR* filename) {
     DebugTrace(DIB_LEVEL_OP, u">DibPNGLoad(%s)\r\n", filename);
-    HANDLE const file = filename ? CreateFileW(filename, GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                               OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)
-                                 : INVALID_HANDLE_VALUE;
+    HANDLE const file = DibOpenForLoad(filename);
     if (file == INVALID_HANDLE_VALUE) {
         DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=DibErrorFileCreation\r\n");
         return nullptr;
@@ -184,13 +177,11 @@ HDIB DibPNGLoad(const WCHAR* filename) {
         CloseHandle(file);
         return nullptr;
     }
-    BITMAPINFO* volatile pbmi = nullptr;
     HDIB volatile hdib = nullptr;
     if (setjmp(png_jmpbuf(png_ptr))) {
         // Damage found by libpng (bad CRC, bad header, no image data, a cut
         // file), or memory it could not get.
         DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=NULL (libpng)\r\n");
-        if (pbmi) LocalFree(pbmi);
         if (hdib) DibUnload(hdib);
         png_destroy_read_struct(&png_ptr, &info_ptr, nullptr);
         CloseHandle(file);
@@ -230,24 +221,11 @@ HDIB DibPNGLoad(const WCHAR* filename) {
             refused = true;
         }
     }
-    if (refused) {
-        png_destroy_read_struct(&png_ptr, &info_ptr, nullptr);
-        CloseHandle(file);
-        return nullptr;
-    }
-
-    pbmi = DibGreyInfoBlock(LONG(iWidth), LONG(iHeight), DWORD(iBitDepth));
-    if (!pbmi) {
-        DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=NULL (LocalAlloc:pbmi)\r\n");
-        png_destroy_read_struct(&png_ptr, &info_ptr, nullptr);
-        CloseHandle(file);
-        return nullptr;
-    }
-    hdib = DibCreateFromBitmapInfo(pbmi);
-    LocalFree(pbmi);
-    pbmi = nullptr;
+    if (!refused)
+        hdib = DibCreateForLoad(LONG(iWidth), LONG(iHeight), DWORD(iBitDepth),
+                                u"<DibPNGLoad()=NULL (LocalAlloc:pbmi)\r\n",
+                                u"<DibPNGLoad()= NULL (DibCreateFromBitmapInfo)\r\n");
     if (!hdib) {
-        DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()= NULL (DibCreateFromBitmapInfo)\r\n");
         png_destroy_read_struct(&png_ptr, &info_ptr, nullptr);
         CloseHandle(file);
         return nullptr;

@@ -41,6 +41,14 @@ HDIB DibJPGLoad(const WCHAR* filename);
 DWORD DibPNGSave(const WCHAR* filename, HDIB hdib);
 HDIB DibPNGLoad(const WCHAR* filename);
 
+/* The file a load reads; INVALID_HANDLE_VALUE for a NULL name or a file
+ * that cannot be opened. */
+HANDLE DibOpenForLoad(const WCHAR* filename);
+/* The grey bitmap a load fills; NULL after tracing noInfoText (no info
+ * block) or noBitmapText (no bitmap). */
+HDIB DibCreateForLoad(LONG width, LONG height, DWORD bitcount, const WCHAR* noInfoText,
+                      const WCHAR* noBitmapText);
+
 DWORD DibPRNSave(const WCHAR* filename, HDIB hdib, DWORD format, LONG printerwidth, LONG leftmargin);
 DWORD DibPRNSaveOneil(const WCHAR* filename, HDIB hdib, LONG leftmargin, LONG printerwidth);
 
