@@ -94,24 +94,13 @@ TEST(Polyline, DotsNullAndDeletedPens) {
     EXPECT_EQ(CreatePen(7, 1, 0), nullptr);  // only solid and null styles
 }
 
-// Lines far outside the surface stay within it and end at once; mono and
-// XRGB surfaces get the pen's nearest colour.
-TEST(Polyline, FarCoordinatesAndOtherSurfaces) {
+// Lines far outside the surface stay within it and end at once; a mono
+// surface gets the pen's nearest colour.
+TEST(Polyline, FarCoordinatesOnAMonoSurface) {
     Canvas canvas(16, 16, 1);
     Draw(canvas, 9, RGB(0, 0, 0), {{INT_MIN, INT_MIN}, {INT_MAX, INT_MAX}, {INT_MAX, -5}, {-1000000, -7}});
     EXPECT_EQ(canvas.Get(8, 8), 0u);  // the diagonal crosses the middle
     EXPECT_EQ(canvas.Get(15, 0), 1u);
-    std::vector<uint32_t> pixels(6 * 4, 0);
-    HDC buffer = PlatCreateBufferDC(pixels.data(), 6, 4, 24);
-    HPEN red = CreatePen(PS_SOLID, 1, RGB(255, 0, 0));
-    HGDIOBJ old = SelectObject(buffer, red);
-    POINT row[2] = {{0, 1}, {5, 1}};
-    ASSERT_TRUE(Polyline(buffer, row, 2));
-    for (int x = 0; x < 6; ++x) EXPECT_EQ(pixels[6 + size_t(x)], 0x00FF0000u);
-    EXPECT_EQ(pixels[0], 0u);
-    SelectObject(buffer, old);
-    DeleteObject(red);
-    DeleteDC(buffer);
 }
 
 }  // namespace
