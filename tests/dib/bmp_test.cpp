@@ -2,12 +2,9 @@
 // foreign files (the public BMP suite), and the file names of the exports.
 #include "dibimages.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <set>
 
 using namespace tovtest;

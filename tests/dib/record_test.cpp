@@ -67,55 +67,42 @@ TEST(DibRecord, AccessorsRowTableAndCopyAtEveryDepthAndWidth) {
     }
 }
 
-TEST(DibRecord, ColourTablesFromTheInfoBlock) {
+// Info blocks that make a record (with its colour count) and those refused
+// (colours 0), by creation and by re-creation; a re-creation refused for
+// its header has changed nothing.
+TEST(DibRecord, InfoBlocksMadeAndRefused) {
     LeakGuard guard;
-    struct Case { WORD bits; DWORD clrUsed; DWORD colours; } cases[] = {
-        {8, 0, 256}, {4, 0, 16}, {1, 0, 2}, {8, 5, 5}, {24, 2, 2}, {16, 256, 256}, {1, 1, 1},
+    struct Case { const char* what; LONG width, height; WORD bits; DWORD clrUsed, size, colours; } cases[] = {
+        {"8 bits", 5, 4, 8, 0, 40, 256}, {"4 bits", 5, 4, 4, 0, 40, 16}, {"1 bit", 5, 4, 1, 0, 40, 2},
+        {"8 bits, 5 colours", 5, 4, 8, 5, 40, 5}, {"1 bit, 1 colour", 5, 4, 1, 1, 40, 1},
+        {"24 bits, 2 colours", 5, 4, 24, 2, 40, 2}, {"16 bits, 256 colours", 5, 4, 16, 256, 40, 256},
+        {"zero width", 0, 4, 8, 0, 40, 0}, {"zero height", 4, 0, 8, 0, 40, 0}, {"zero depth", 4, 4, 0, 0, 40, 0},
+        {"24 bits without colours", 4, 4, 24, 0, 40, 0}, {"negative width", -4, 4, 8, 0, 40, 0},
+        {"top-down", 4, -4, 8, 0, 40, 0}, {"too wide", DIB_MAX_DIMENSION + 1, 1, 1, 0, 40, 0},
+        {"store too large", 65536, 65536, 8, 0, 40, 0}, {"more colours than the depth", 4, 4, 4, 17, 40, 0},
+        {"more colours than kept", 4, 4, 24, 257, 40, 0}, {"2 bits", 4, 4, 2, 0, 40, 0},
+        {"header of 12 bytes", 4, 4, 8, 0, 12, 0}, {"header of 108 bytes", 4, 4, 8, 0, 108, 0},
     };
     InfoBlock reference(1, 1, 8, 0);
     for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.bits << " bits, biClrUsed " << c.clrUsed);
-        InfoBlock block(5, 4, c.bits, c.clrUsed);
-        Dib h(DibCreateFromBitmapInfo(block.info()));
-        ASSERT_NE(h.h, nullptr);
-        EXPECT_EQ(DibNumColors(h), c.colours);
-        EXPECT_EQ(h.h->ds.dsBmih.biClrUsed, c.colours);  // completed in the record
-        EXPECT_EQ(std::memcmp(h.h->pbmiColors, reference.bytes + 40, c.colours * 4), 0);
-    }
-}
-
-TEST(DibRecord, HeadersThatAreRefused) {
-    LeakGuard guard;
-    struct Case { const char* what; LONG width; LONG height; WORD bits; DWORD clrUsed; DWORD size; } cases[] = {
-        {"zero width", 0, 4, 8, 0, 40},
-        {"zero height", 4, 0, 8, 0, 40},
-        {"zero depth", 4, 4, 0, 0, 40},
-        {"24 bits without colours", 4, 4, 24, 0, 40},
-        {"negative width", -4, 4, 8, 0, 40},
-        {"top-down", 4, -4, 8, 0, 40},
-        {"too wide", DIB_MAX_DIMENSION + 1, 1, 1, 0, 40},
-        {"store too large", 65536, 65536, 8, 0, 40},
-        {"more colours than the depth", 4, 4, 4, 17, 40},
-        {"more colours than kept", 4, 4, 24, 257, 40},
-        {"2 bits", 4, 4, 2, 0, 40},
-        {"header of 12 bytes", 4, 4, 8, 0, 12},
-        {"header of 108 bytes", 4, 4, 8, 0, 108},
-    };
-    for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         InfoBlock block(c.width, c.height, c.bits, c.clrUsed, c.size);
-        EXPECT_EQ(DibCreateFromBitmapInfo(block.info()), nullptr);
-        // Re-creation refuses the same headers, and where the header itself
-        // is at fault, before it has changed anything.
+        Dib made(DibCreateFromBitmapInfo(block.info()));
         Dib h(MakePatterned(9, 5, 4));
-        HBITMAP bitmap = h.h->hBitmap;
+        const HBITMAP bitmap = h.h->hBitmap;
         const auto before = StoreBytes(h);
-        DWORD r = DibReCreateFromBitmapInfo(block.info(), h);
-        EXPECT_NE(r, 0u);
-        if (r == DibErrorInvalidParm) {
-            EXPECT_EQ(h.h->hBitmap, bitmap);
-            EXPECT_EQ(DibWidth(h), 9);
-            EXPECT_EQ(StoreBytes(h), before);
+        const DWORD r = DibReCreateFromBitmapInfo(block.info(), h);
+        if (c.colours) {
+            ASSERT_NE(made.h, nullptr);
+            EXPECT_EQ(DibNumColors(made), c.colours);
+            EXPECT_EQ(made.h->ds.dsBmih.biClrUsed, c.colours);  // completed in the record
+            EXPECT_EQ(std::memcmp(made.h->pbmiColors, reference.bytes + 40, c.colours * 4), 0);
+            EXPECT_EQ(r, 0u);
+            EXPECT_EQ(DibNumColors(h), c.colours);
+        } else {
+            EXPECT_EQ(made.h, nullptr);
+            EXPECT_NE(r, 0u);
+            EXPECT_TRUE(r != DibErrorInvalidParm || (h.h->hBitmap == bitmap && StoreBytes(h) == before));
         }
     }
     EXPECT_EQ(DibCreateFromBitmapInfo(nullptr), nullptr);

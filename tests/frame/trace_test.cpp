@@ -104,8 +104,7 @@ TEST_F(TraceTest, SinksGetTheSameLineInTheirOrder) {
     ::testing::internal::CaptureStdout();
     ::testing::internal::CaptureStderr();
     DebugTrace(5, u">tovWidth(%d) %s\r\n", 7, u"w\u00f6rld \u20ac\U0001F600");
-    std::string out = ::testing::internal::GetCapturedStdout();
-    const std::string err = ::testing::internal::GetCapturedStderr();
+    const std::string out = ::testing::internal::GetCapturedStdout(), err = ::testing::internal::GetCapturedStderr();
     const std::string line = LogText();
     ASSERT_TRUE(Matches(line, kDate + ">tovWidth\\(7\\) w\xc3\xb6rld \xe2\x82\xac\xf0\x9f\x98\x80\r\n")) << line;
     EXPECT_EQ(out, line);  // console
@@ -113,13 +112,12 @@ TEST_F(TraceTest, SinksGetTheSameLineInTheirOrder) {
     EXPECT_EQ(err.substr(0, line.size()), line);
     EXPECT_NE(err.find("Debug", line.size()), std::string::npos);
     EXPECT_NE(err.find(line, line.size()), std::string::npos);
-
+    // The console alone: no file.
     tovConfigDebug(1, 5, tovDebugConsole);
     std::remove("imaging.log");
     ::testing::internal::CaptureStdout();
     DebugError(u"console only\r\n");
-    out = ::testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(Matches(out, kTime + "console only\r\n")) << out;
+    EXPECT_TRUE(Matches(::testing::internal::GetCapturedStdout(), kTime + "console only\r\n"));
     EXPECT_FALSE(FileExists("imaging.log"));
 }
 
