@@ -63,58 +63,44 @@ void BM_Despeckle(benchmark::State& state) {
 }
 BENCHMARK(BM_Despeckle)->Apply(benchutil::Sizes);
 
-// The tables the point operations build, for OpenCV's LUT.
-void BM_Brightness(benchmark::State& state) {
+// A point operation through its export and, with OpenCV, the table it
+// builds (entry(v) for each value) through cv::LUT.
+void RunPointOperation(benchmark::State& state, const Call& call, BYTE (*entry)(int v)) {
     Picture p(LONG(state.range(0)), LONG(state.range(1)));
     if (!benchutil::Ready(state, p)) return;
-    // Alternating signs keep the picture from saturating.
-    LONG sign = 1;
-    const Call call = [&sign](HDIB h) { return tovBrightness(h, 40 * (sign = -sign)); };
     RunExport(state, call, p);
 #ifdef TOV_HAVE_OPENCV
     BYTE table[256];
-    for (int v = 0; v < 256; ++v) table[v] = BYTE(v + 40 > 255 ? 255 : v + 40);
+    for (int v = 0; v < 256; ++v) table[v] = entry(v);
     CompareLut(state, call, p, table);
+#else
+    (void)entry;
 #endif
+}
+
+BYTE Inverted(int v) { return BYTE(255 - v); }
+
+void BM_Brightness(benchmark::State& state) {
+    // Alternating signs keep the picture from saturating.
+    LONG sign = 1;
+    RunPointOperation(state, [&sign](HDIB h) { return tovBrightness(h, 40 * (sign = -sign)); },
+                      [](int v) { return BYTE(v + 40 > 255 ? 255 : v + 40); });
 }
 BENCHMARK(BM_Brightness)->Apply(benchutil::Sizes);
 
 void BM_Contrast(benchmark::State& state) {
-    Picture p(LONG(state.range(0)), LONG(state.range(1)));
-    if (!benchutil::Ready(state, p)) return;
-    const Call call = [](HDIB h) { return tovContrast(h, 60); };
-    RunExport(state, call, p);
-#ifdef TOV_HAVE_OPENCV
-    BYTE table[256];
-    for (int v = 0; v < 256; ++v) table[v] = BYTE(255 - v);
-    CompareLut(state, call, p, table);
-#endif
+    RunPointOperation(state, [](HDIB h) { return tovContrast(h, 60); }, Inverted);
 }
 BENCHMARK(BM_Contrast)->Apply(benchutil::Sizes);
 
 void BM_Invert(benchmark::State& state) {
-    Picture p(LONG(state.range(0)), LONG(state.range(1)));
-    if (!benchutil::Ready(state, p)) return;
-    const Call call = [](HDIB h) { return tovInvert(h); };
-    RunExport(state, call, p);
-#ifdef TOV_HAVE_OPENCV
-    BYTE table[256];
-    for (int v = 0; v < 256; ++v) table[v] = BYTE(255 - v);
-    CompareLut(state, call, p, table);
-#endif
+    RunPointOperation(state, [](HDIB h) { return tovInvert(h); }, Inverted);
 }
 BENCHMARK(BM_Invert)->Apply(benchutil::Sizes);
 
 void BM_GammaCorrection(benchmark::State& state) {
-    Picture p(LONG(state.range(0)), LONG(state.range(1)));
-    if (!benchutil::Ready(state, p)) return;
-    const Call call = [](HDIB h) { return tovGammaCorrection(h, 1.8); };
-    RunExport(state, call, p);
-#ifdef TOV_HAVE_OPENCV
-    BYTE table[256];
-    for (int v = 0; v < 256; ++v) table[v] = BYTE(std::pow(v / 255.0, 1.8) * 255.0 + 0.5);
-    CompareLut(state, call, p, table);
-#endif
+    RunPointOperation(state, [](HDIB h) { return tovGammaCorrection(h, 1.8); },
+                      [](int v) { return BYTE(std::pow(v / 255.0, 1.8) * 255.0 + 0.5); });
 }
 BENCHMARK(BM_GammaCorrection)->Apply(benchutil::Sizes);
 
