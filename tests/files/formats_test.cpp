@@ -1,6 +1,6 @@
-// What PNG and JPEG share: failing names and media, deeper bitmaps refused,
-// allocation failure on every save and load path, two threads at once, the
-// format switch, and a few golden trace lines of each format.
+// What PNG and JPEG share: failing names and media, files cut short, deeper
+// bitmaps refused, allocation failure on every save and load path, two
+// threads at once, the format switch, and a few golden trace lines.
 #include "filestest.h"
 
 #include <jerror.h>
@@ -15,6 +15,7 @@ namespace {
 
 struct Format {
     const char* ext;
+    const char* sample;  // a sound file of the public suites
     DWORD format;
     DWORD (*save)(HDIB, const WCHAR*);     // the export, extension added
     DWORD (*dibSave)(const WCHAR*, HDIB);  // the file layer, name as given
@@ -23,9 +24,9 @@ struct Format {
 };
 
 const Format kFormats[] = {
-    {"png", tovFormatPNG, [](HDIB h, const WCHAR* n) { return tovSavePNG(h, n); },
+    {"png", "/pngsuite/basi0g04.png", tovFormatPNG, [](HDIB h, const WCHAR* n) { return tovSavePNG(h, n); },
      [](const WCHAR* n, HDIB h) { return DibPNGSave(n, h); }, tovLoadPNG, DibPNGLoad},
-    {"jpg", tovFormatJPG, [](HDIB h, const WCHAR* n) { return tovSaveJPG(h, n, 80); },
+    {"jpg", "/jpeg/hopper_gray.jpg", tovFormatJPG, [](HDIB h, const WCHAR* n) { return tovSaveJPG(h, n, 80); },
      [](const WCHAR* n, HDIB h) { return DibJPGSave(n, 80, h); }, tovLoadJPG, DibJPGLoad},
 };
 
@@ -69,6 +70,28 @@ TEST(Files, BadNamesAndMediaGiveTheirCodes) {
         EXPECT_EQ(f.save(reinterpret_cast<HDIB>(longName.data()), u"xy"), DibErrorInvalidDIB);
         EXPECT_FALSE(FileExists("xy" + ext));
         EXPECT_FALSE(FileExists("a" + ext));
+    }
+}
+
+// Cut anywhere (down to a missing end marker, which libjpeg alone would pad
+// with grey), or not an image at all: NULL, and nothing left behind.
+TEST(Files, CutAndForeignFilesGiveNull) {
+    for (const Format& f : kFormats) {
+        SCOPED_TRACE(f.ext);
+        ScratchDir dir;
+        const std::string whole = ReadFileBytes(TestDataDir() + f.sample);
+        ASSERT_GT(whole.size(), 200u);
+        LeakGuard guard;
+        std::vector<size_t> cuts = {whole.size() - 2, whole.size() - 1};
+        for (size_t cut = 0; cut < whole.size(); cut += cut < 64 ? 1 : whole.size() / 64) cuts.push_back(cut);
+        for (size_t cut : cuts) {
+            WriteBytes("cut", whole.substr(0, cut));
+            EXPECT_EQ(f.dibLoad(u"cut"), nullptr) << cut;
+        }
+        WriteBytes("bmp", "BM" + std::string(100, '\0'));
+        EXPECT_EQ(f.dibLoad(u"bmp"), nullptr);
+        WriteBytes("cut", whole);
+        EXPECT_NE(Dib(f.dibLoad(u"cut")), nullptr);
     }
 }
 

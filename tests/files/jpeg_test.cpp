@@ -1,6 +1,6 @@
 // JPEG files: the public JPEG samples against libjpeg's own decompressor,
-// files cut short, saved files read back by libjpeg, the temporary of other
-// depths and short tables, quality, and headers too large to allocate for.
+// saved files read back by libjpeg, the temporary of other depths and short
+// tables, quality, and headers too large to allocate for.
 #include "filestest.h"
 
 #include <cstdio>
@@ -54,22 +54,6 @@ TEST(Jpeg, SamplesLoadAsLibjpegsGreyOrRefuse) {
         EXPECT_TRUE(loaded.count(name)) << name;
     for (const char* name : {"monkey12.jpg", "pil_sample_cmyk.jpg", "truncated_jpeg.jpg"})
         EXPECT_FALSE(loaded.count(name)) << name;
-}
-
-// libjpeg would pad a cut file with grey and only warn; here it is NULL.
-TEST(Jpeg, FilesCutShortGiveNull) {
-    ScratchDir dir;
-    std::string whole = ReadFileBytes(SampleDir() + "/hopper_gray.jpg");
-    ASSERT_GT(whole.size(), 1000u);
-    LeakGuard guard;
-    std::vector<size_t> cuts = {whole.size() - 2};  // only the end marker missing
-    for (size_t cut = 0; cut < whole.size(); cut += (cut < 700 ? 37 : 211)) cuts.push_back(cut);
-    for (size_t cut : cuts) {
-        WriteBytes("cut.jpg", whole.substr(0, cut));
-        EXPECT_EQ(DibJPGLoad(u"cut.jpg"), nullptr) << cut;
-    }
-    WriteBytes("cut.jpg", whole);
-    EXPECT_NE(Dib(DibJPGLoad(u"cut.jpg")), nullptr);
 }
 
 // A baseline grey file that libjpeg reads to the picture the loader gives,
