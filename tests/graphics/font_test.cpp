@@ -142,6 +142,17 @@ TEST(Fonts, ClippingTransparencyAndWeight) {
     EXPECT_GT(ink[1], ink[0] * 11 / 10);
 }
 
+// A buffer context draws with the stock font in exact XRGB colours.
+TEST(Fonts, BufferContextsUseTheStockFont) {
+    std::vector<uint32_t> pixels(120 * 30, 0x00336699u);
+    HDC dc = PlatCreateBufferDC(pixels.data(), 120, 30, 480);
+    RECT r{0, 0, 120, 30};
+    SetTextColor(dc, RGB(255, 0, 0));
+    ASSERT_GT(DrawTextW(dc, u"Ab", -1, &r, DT_LEFT), 0);
+    EXPECT_EQ(std::set<uint32_t>(pixels.begin(), pixels.end()), (std::set<uint32_t>{0x00336699u, 0x00FF0000u, 0x00FFFFFFu}));
+    DeleteDC(dc);
+}
+
 // A configuration without fonts resolves no face; a font file gone since
 // fontconfig listed it fails to load. Both give NULL and leak nothing.
 TEST(Fonts, UnresolvableFaceAndMissingFileFailCleanly) {

@@ -43,11 +43,12 @@ TEST(Polyline, ThinLinesHitOnePixelPerStepEndsIncluded) {
         {{4, 2}, {0, 0}, {{0, 0}, {1, 1}, {2, 1}, {3, 2}, {4, 2}}},  // drawn back the same
         {{2, 2}, {2, 2}, {{2, 2}}},
     };
-    for (const Case& c : cases) {
-        Canvas canvas(8, 8, 8);
-        Draw(canvas, 1, RGB(0, 0, 0), {c.a, c.b});
-        EXPECT_EQ(Ink(canvas, 255), c.want) << c.a.x << "," << c.a.y << "-" << c.b.x << "," << c.b.y;
-    }
+    for (const Case& c : cases)
+        for (int width : {1, 0, -1}) {  // widths below 1 are one pixel too
+            Canvas canvas(8, 8, 8);
+            Draw(canvas, width, RGB(0, 0, 0), {c.a, c.b});
+            EXPECT_EQ(Ink(canvas, 255), c.want) << c.a.x << "," << c.a.y << "-" << c.b.x << "," << c.b.y << " " << width;
+        }
 }
 
 TEST(Polyline, WidePensReachHalfTheirWidthEachSide) {

@@ -115,6 +115,8 @@ TEST(OverlayBuffer, RefusalsLeaveThePictureUnchanged) {
     EXPECT_EQ(tovOverlayTimeDate(pic, 2, 74, SRCCOPY), 7u);
     EXPECT_EQ(tovOverlayTimeDate(nullptr, 2, 12, SRCCOPY), 5u);
     EXPECT_EQ(Pixels(pic), before);
+    EXPECT_EQ(tovOverlayBuffer(pic, u"x", 2, 72, SRCCOPY), 0u);  // the tallest text allowed
+    EXPECT_NE(Pixels(pic), before);
     // Measuring needs neither picture nor merge block; drawing needs both.
     TextOverlaySettings s = Settings(12, DT_LEFT);
     EXPECT_EQ(DibOverlayBufferExt(nullptr, u"abc", &s, nullptr), 5u);
