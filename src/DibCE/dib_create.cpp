@@ -36,15 +36,8 @@ extern "C" {
 BITMAPINFO* DibGreyInfoBlock(LONG width, LONG height, DWORD bitcount) {
     if (!GreyDepth(bitcount)) return nullptr;
     DWORD colours = 1u << bitcount;
-    auto* bmi = static_cast<BITMAPINFO*>(LocalAlloc(LPTR, (size_t(colours) + 10) * 4));
+    BITMAPINFO* bmi = DibNewInfoBlock(width, height, static_cast<WORD>(bitcount), colours);
     if (!bmi) return nullptr;
-    BITMAPINFOHEADER& h = bmi->bmiHeader;
-    h.biSize = DIB_HEADER_BYTES;
-    h.biWidth = width;
-    h.biHeight = height;
-    h.biPlanes = 1;
-    h.biBitCount = static_cast<WORD>(bitcount);
-    h.biClrUsed = colours;
     auto* table = reinterpret_cast<RGBQUAD*>(reinterpret_cast<BYTE*>(bmi) + DIB_HEADER_BYTES);
     DWORD step = 255 / (colours - 1);  // 255, 17 or 1
     for (DWORD i = 0; i < colours; ++i) {

@@ -122,19 +122,12 @@ bool InfoReadable(const BITMAPINFO* info) {
     return info && !IsBadReadPtr(info, sizeof(BITMAPINFOHEADER));
 }
 
-// An info block for the record's own header and colours: (colours + 10) x 4
-// bytes, zeroed. NULL when the allocation fails.
+// An info block for the record's own header and colours. NULL when the
+// allocation fails.
 BITMAPINFO* InfoBlockOf(DibRecord* r, LONG width, LONG height) {
     DWORD colours = DibNumColors(r);
-    auto* bmi = static_cast<BITMAPINFO*>(LocalAlloc(LPTR, (size_t(colours) + 10) * 4));
+    BITMAPINFO* bmi = DibNewInfoBlock(width, height, DibBitCount(r), colours);
     if (!bmi) return nullptr;
-    BITMAPINFOHEADER& h = bmi->bmiHeader;
-    h.biSize = DIB_HEADER_BYTES;
-    h.biWidth = width;
-    h.biHeight = height;
-    h.biPlanes = 1;
-    h.biBitCount = DibBitCount(r);
-    h.biClrUsed = colours;
     if (colours && r->pbmiColors)
         std::memcpy(reinterpret_cast<BYTE*>(bmi) + DIB_HEADER_BYTES, r->pbmiColors, size_t(colours) * 4);
     return bmi;
@@ -143,6 +136,19 @@ BITMAPINFO* InfoBlockOf(DibRecord* r, LONG width, LONG height) {
 }  // namespace
 
 extern "C" {
+
+BITMAPINFO* DibNewInfoBlock(LONG width, LONG height, WORD bitcount, DWORD colours) {
+    auto* bmi = static_cast<BITMAPINFO*>(LocalAlloc(LPTR, (size_t(colours) + 10) * 4));
+    if (!bmi) return nullptr;
+    BITMAPINFOHEADER& h = bmi->bmiHeader;
+    h.biSize = DIB_HEADER_BYTES;
+    h.biWidth = width;
+    h.biHeight = height;
+    h.biPlanes = 1;
+    h.biBitCount = bitcount;
+    h.biClrUsed = colours;
+    return bmi;
+}
 
 BOOL DibDepthKnown(DWORD bitcount) {
     switch (bitcount) {
