@@ -15,10 +15,8 @@ DWORD tovSaveBMP(HDIB hdib, const WCHAR* filename) {
 }
 
 HDIB tovLoadBMP(const WCHAR* filename) {
-    WCHAR name[TOV_MAX_PATH];
-    if (tovPrepareFileName(filename, u"bmp", name)) return nullptr;
-    DebugTrace(DIB_LEVEL_FRAME, u">tovLoadBMP(%s)\r\n", name);
-    return tovLeaveHandle(DibBMPLoad(name), u"<tovLoadBMP()=%lld\r\n", u"<tovLoadBMP()=NULL (error)\r\n");
+    return tovLoadFrame(filename, u"bmp", DibBMPLoad, u">tovLoadBMP(%s)\r\n", u"<tovLoadBMP()=%lld\r\n",
+                        u"<tovLoadBMP()=NULL (error)\r\n");
 }
 
 }  // extern "C"

@@ -19,10 +19,8 @@ DWORD tovSaveJPG(HDIB hdib, const WCHAR* filename, DWORD quality) {
 }
 
 HDIB tovLoadJPG(const WCHAR* filename) {
-    WCHAR name[TOV_MAX_PATH];
-    if (tovPrepareFileName(filename, u"jpg", name)) return nullptr;
-    DebugTrace(DIB_LEVEL_FRAME, u">tovLoadJPG(%s)\r\n", name);
-    return tovLeaveHandle(DibJPGLoad(name), u"<tovLoadJPG()=%lld\r\n", u"<tovLoadJPG()=NULL (error)\r\n");
+    return tovLoadFrame(filename, u"jpg", DibJPGLoad, u">tovLoadJPG(%s)\r\n", u"<tovLoadJPG()=%lld\r\n",
+                        u"<tovLoadJPG()=NULL (error)\r\n");
 }
 
 DWORD tovSavePNG(HDIB hdib, const WCHAR* filename) {
@@ -36,10 +34,8 @@ DWORD tovSavePNG(HDIB hdib, const WCHAR* filename) {
 }
 
 HDIB tovLoadPNG(const WCHAR* filename) {
-    WCHAR name[TOV_MAX_PATH];
-    if (tovPrepareFileName(filename, u"png", name)) return nullptr;
-    DebugTrace(DIB_LEVEL_FRAME, u">tovLoadPNG(%s)\r\n", name);
-    return tovLeaveHandle(DibPNGLoad(name), u"<tovLoadPNG()=%lld\r\n", u"<tovLoadPNG()=NULL (error)\r\n");
+    return tovLoadFrame(filename, u"png", DibPNGLoad, u">tovLoadPNG(%s)\r\n", u"<tovLoadPNG()=%lld\r\n",
+                        u"<tovLoadPNG()=NULL (error)\r\n");
 }
 
 DWORD tovSave(HDIB hdib, const WCHAR* filename, DWORD format, DWORD quality) {

@@ -38,6 +38,12 @@ DWORD tovLeave(DWORD result, const WCHAR* okText, const WCHAR* errorText);
  * the handle), or errorText as an error line for NULL. */
 HDIB tovLeaveHandle(HDIB hdib, const WCHAR* okText, const WCHAR* errorText);
 
+/* The frame of a file load: the name copied and completed with extension
+ * (NULL when it cannot be read or completed), the entry trace entryText
+ * (%s for the completed name), the load, the exit trace as above. */
+HDIB tovLoadFrame(const WCHAR* filename, const WCHAR* extension, HDIB (*load)(const WCHAR* name),
+                  const WCHAR* entryText, const WCHAR* okText, const WCHAR* errorText);
+
 /* The one recursive global lock of the camera and profile state. */
 CRITICAL_SECTION* tovGlobalLock(void);
 
