@@ -6,29 +6,16 @@ using namespace ovl;
 
 namespace {
 
-struct Screen {
-    std::vector<uint32_t> px;
-    LONG w, h;
-    HDC dc;
-    Screen(LONG width, LONG height) : px(size_t(width) * height, 0x00FF00FFu), w(width), h(height) {
-        dc = PlatCreateBufferDC(px.data(), w, h, w * 4);
-    }
-    ~Screen() { DeleteDC(dc); }
-    uint32_t At(LONG x, LONG y) const { return px[size_t(y) * w + x]; }
-    // The drawn area: the bounding box of pixels other than the background.
-    RECT Drawn() const {
-        RECT r{w, h, -1, -1};
-        for (LONG y = 0; y < h; ++y)
-            for (LONG x = 0; x < w; ++x)
-                if (At(x, y) != 0x00FF00FFu) {
-                    r.left = std::min(r.left, x);
-                    r.top = std::min(r.top, y);
-                    r.right = std::max(r.right, x + 1);
-                    r.bottom = std::max(r.bottom, y + 1);
-                }
-        return r;
-    }
-};
+constexpr uint32_t kMagenta = 0x00FF00FFu;  // no grey: every drawn pixel shows
+
+// The drawn area: the bounding box of the pixels other than the background.
+RECT Drawn(const Screen& s) {
+    RECT r{s.w, s.h, -1, -1};
+    for (LONG y = 0; y < s.h; ++y)
+        for (LONG x = 0; x < s.w; ++x)
+            if (s.Ink(x, y)) r = RECT{std::min(r.left, x), std::min(r.top, y), std::max(r.right, x + 1), std::max(r.bottom, y + 1)};
+    return r;
+}
 
 HDIB Gradient(LONG w, LONG h) {
     HDIB p = tovCreateHDIBExt(w, h, 0, 8);
@@ -39,7 +26,7 @@ HDIB Gradient(LONG w, LONG h) {
 
 TEST(DisplayImage, ChecksItsArguments) {
     Dib pic(Gradient(10, 8));
-    Screen s(40, 30);
+    Screen s(40, 30, kMagenta);
     RECT r{0, 0, 40, 30};
     for (BOOL fit : {FALSE, TRUE}) {
         EXPECT_EQ(tovDisplayImage(pic, s.dc, &r, fit, 9, 0), 7u);
@@ -70,9 +57,9 @@ TEST(DisplayImage, DrawsScaledFittedAndCentred) {
         {{-20, -20, 10, 10}, FALSE, 1000, 0, {0, 0, 40, 30}},  // clipped by the context only
     };
     for (const Case& c : cases) {
-        Screen s(40, 30);
+        Screen s(40, 30, kMagenta);
         ASSERT_EQ(tovDisplayImage(pic, s.dc, &c.rect, c.fit, c.percent, c.centre), 0u);
-        RECT d = s.Drawn();
+        RECT d = Drawn(s);
         EXPECT_EQ((std::vector<LONG>{d.left, d.top, d.right, d.bottom}),
                   (std::vector<LONG>{c.drawn.left, c.drawn.top, c.drawn.right, c.drawn.bottom})) << c.percent;
         if (c.percent != 100 || c.centre) continue;

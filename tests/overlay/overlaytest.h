@@ -6,6 +6,7 @@
 #include <tovrel/platform.h>
 #include <tovrel/tovrel.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -32,6 +33,23 @@ inline TextOverlaySettings Settings(LONG height, DWORD alignment) {
     s.Alignment = alignment;
     return s;
 }
+
+// An XRGB buffer of one colour behind a buffer context.
+struct Screen {
+    std::vector<uint32_t> px;
+    LONG w, h;
+    uint32_t background;
+    HDC dc;
+    Screen(LONG width, LONG height, uint32_t bg)
+        : px(size_t(width) * height, bg), w(width), h(height), background(bg),
+          dc(PlatCreateBufferDC(px.data(), width, height, width * 4)) {}
+    ~Screen() { DeleteDC(dc); }
+    Screen(const Screen&) = delete;
+    Screen& operator=(const Screen&) = delete;
+    uint32_t At(LONG x, LONG y) const { return px[size_t(y) * w + x]; }
+    bool Ink(LONG x, LONG y) const { return At(x, y) != background; }
+    int InkCount() const { return int(px.size() - size_t(std::count(px.begin(), px.end(), background))); }
+};
 
 // Builds a stroke record: width, height, then the strokes.
 inline std::vector<int32_t> Record(int32_t w, int32_t h, const std::vector<std::vector<POINT>>& strokes) {

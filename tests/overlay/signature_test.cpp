@@ -10,20 +10,8 @@ using namespace ovl;
 
 namespace {
 
-struct Buffer {
-    std::vector<uint32_t> px;
-    LONG w, h;
-    HDC dc;
-    Buffer(LONG width, LONG height) : px(size_t(width) * height, 0x00FFFFFFu), w(width), h(height) {
-        dc = PlatCreateBufferDC(px.data(), w, h, w * 4);
-    }
-    ~Buffer() { DeleteDC(dc); }
-    bool Ink(LONG x, LONG y) const { return px[size_t(y) * w + x] != 0x00FFFFFFu; }
-    int InkCount() const {
-        int n = 0;
-        for (uint32_t v : px) n += v != 0x00FFFFFFu;
-        return n;
-    }
+struct Buffer : Screen {
+    Buffer(LONG width, LONG height) : Screen(width, height, 0x00FFFFFFu) {}
 };
 
 const std::vector<std::vector<POINT>> kStrokes = {
