@@ -31,6 +31,18 @@ FileRecord* Lookup(HANDLE h) {
     return Registry().count(f) ? f : nullptr;
 }
 
+// The common start of a read or a write: the count is 0 until bytes move,
+// and the handle and buffer must be good. NULL (last error set) otherwise.
+FileRecord* StartTransfer(HANDLE file, const void* buffer, DWORD bytes, DWORD* count) {
+    if (count) *count = 0;
+    FileRecord* f = Lookup(file);
+    if (!f || (!buffer && bytes)) {
+        SetLastError(ERROR_INVALID_HANDLE);
+        return nullptr;
+    }
+    return f;
+}
+
 DWORD ErrorFromErrno(int e) {
     switch (e) {
     case ENOENT: case ENOTDIR: return ERROR_FILE_NOT_FOUND;
@@ -99,12 +111,8 @@ HANDLE CreateFileW(const WCHAR* name, DWORD access, DWORD /*share*/, void* /*sec
 }
 
 BOOL ReadFile(HANDLE file, void* buffer, DWORD bytes, DWORD* read, void* /*overlapped*/) {
-    if (read) *read = 0;
-    FileRecord* f = Lookup(file);
-    if (!f || (!buffer && bytes)) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return FALSE;
-    }
+    FileRecord* f = StartTransfer(file, buffer, bytes, read);
+    if (!f) return FALSE;
     DWORD done = 0;
     while (done < bytes) {
         ssize_t n = ::read(f->fd, static_cast<BYTE*>(buffer) + done, bytes - done);
@@ -124,12 +132,8 @@ BOOL ReadFile(HANDLE file, void* buffer, DWORD bytes, DWORD* read, void* /*overl
 // A write that cannot place its bytes reports what it placed, 0 for none,
 // which is how callers tell a full medium.
 BOOL WriteFile(HANDLE file, const void* buffer, DWORD bytes, DWORD* written, void* /*overlapped*/) {
-    if (written) *written = 0;
-    FileRecord* f = Lookup(file);
-    if (!f || (!buffer && bytes)) {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return FALSE;
-    }
+    FileRecord* f = StartTransfer(file, buffer, bytes, written);
+    if (!f) return FALSE;
     DWORD done = 0;
     while (done < bytes) {
         ssize_t n = ::write(f->fd, static_cast<const BYTE*>(buffer) + done, bytes - done);
