@@ -88,6 +88,16 @@ void FreeDc(GdiDcTag* dc) {
     PlatFree(dc);
 }
 
+// The colour setters: the previous colour out, the new one in without its
+// top byte; CLR_INVALID for a dead context.
+COLORREF SwapColour(HDC dc, COLORREF GdiDcTag::*field, COLORREF colour) {
+    GdiDcTag* d = GdiLookupDc(dc);
+    if (!d) return CLR_INVALID;
+    COLORREF prev = d->*field;
+    d->*field = colour & 0x00FFFFFFu;
+    return prev;
+}
+
 }  // namespace
 
 GdiDcTag* GdiLookupDc(HDC dc) {
@@ -237,20 +247,8 @@ int SetBkMode(HDC dc, int mode) {
     return prev;
 }
 
-COLORREF SetTextColor(HDC dc, COLORREF colour) {
-    GdiDcTag* d = GdiLookupDc(dc);
-    if (!d) return CLR_INVALID;
-    COLORREF prev = d->textColour;
-    d->textColour = colour & 0x00FFFFFFu;
-    return prev;
-}
+COLORREF SetTextColor(HDC dc, COLORREF colour) { return SwapColour(dc, &GdiDcTag::textColour, colour); }
 
-COLORREF SetBkColor(HDC dc, COLORREF colour) {
-    GdiDcTag* d = GdiLookupDc(dc);
-    if (!d) return CLR_INVALID;
-    COLORREF prev = d->bkColour;
-    d->bkColour = colour & 0x00FFFFFFu;
-    return prev;
-}
+COLORREF SetBkColor(HDC dc, COLORREF colour) { return SwapColour(dc, &GdiDcTag::bkColour, colour); }
 
 }  // extern "C"
