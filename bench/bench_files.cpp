@@ -13,6 +13,7 @@
 #include <zlib.h>
 
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -119,18 +120,24 @@ BENCHMARK_CAPTURE(BM_PngReference, level1_rle_sub, 1, Z_RLE, PNG_FILTER_SUB)->Ap
 BENCHMARK_CAPTURE(BM_PngReference, level1_default_adaptive, 1, Z_DEFAULT_STRATEGY, PNG_ALL_FILTERS)
     ->Apply(benchutil::Sizes);
 
-void BM_PngLoad(benchmark::State& state) {
+// Loads of one file, written once by the library's own save. The name is
+// given twice: for the library, and for removing the file afterwards.
+void RunLoad(benchmark::State& state, const WCHAR* name, const char* path,
+             const std::function<DWORD(const WCHAR*, HDIB)>& save, HDIB (*load)(const WCHAR*)) {
     Label label(LONG(state.range(0)), LONG(state.range(1)));
     if (!benchutil::Ready(state, label.picture)) return;
-    const WCHAR* name = u"/tmp/tovbench_load.png";
-    DibPNGSave(name, label.picture.get());
+    save(name, label.picture.get());
     for (auto _ : state) {
-        HDIB back = DibPNGLoad(name);
+        HDIB back = load(name);
         if (!back) state.SkipWithError("load failed");
         else DibUnload(back);
     }
     benchutil::ReportRate(state, label.picture.pixels());
-    std::remove("/tmp/tovbench_load.png");
+    std::remove(path);
+}
+
+void BM_PngLoad(benchmark::State& state) {
+    RunLoad(state, u"/tmp/tovbench_load.png", "/tmp/tovbench_load.png", DibPNGSave, DibPNGLoad);
 }
 BENCHMARK(BM_PngLoad)->Apply(benchutil::Sizes);
 
@@ -145,17 +152,8 @@ void BM_JpegSave(benchmark::State& state) {
 BENCHMARK(BM_JpegSave)->Apply(benchutil::Sizes);
 
 void BM_JpegLoad(benchmark::State& state) {
-    Label label(LONG(state.range(0)), LONG(state.range(1)));
-    if (!benchutil::Ready(state, label.picture)) return;
-    const WCHAR* name = u"/tmp/tovbench_load.jpg";
-    DibJPGSave(name, 80, label.picture.get());
-    for (auto _ : state) {
-        HDIB back = DibJPGLoad(name);
-        if (!back) state.SkipWithError("load failed");
-        else DibUnload(back);
-    }
-    benchutil::ReportRate(state, label.picture.pixels());
-    std::remove("/tmp/tovbench_load.jpg");
+    RunLoad(state, u"/tmp/tovbench_load.jpg", "/tmp/tovbench_load.jpg",
+            [](const WCHAR* name, HDIB hdib) { return DibJPGSave(name, 80, hdib); }, DibJPGLoad);
 }
 BENCHMARK(BM_JpegLoad)->Apply(benchutil::Sizes);
 
