@@ -36,8 +36,9 @@ extern "C" {
 BITMAPINFO* DibGreyInfoBlock(LONG width, LONG height, DWORD bitcount) {
     if (!GreyDepth(bitcount)) return nullptr;
     DWORD colours = 1u << bitcount;
-    BITMAPINFO* bmi = DibNewInfoBlock(width, height, static_cast<WORD>(bitcount), colours);
+    BITMAPINFO* bmi = DibNewInfoBlock(width, height, colours);
     if (!bmi) return nullptr;
+    bmi->bmiHeader.biBitCount = static_cast<WORD>(bitcount);
     auto* table = reinterpret_cast<RGBQUAD*>(reinterpret_cast<BYTE*>(bmi) + DIB_HEADER_BYTES);
     DWORD step = 255 / (colours - 1);  // 255, 17 or 1
     for (DWORD i = 0; i < colours; ++i) {

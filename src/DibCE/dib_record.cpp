@@ -126,8 +126,9 @@ bool InfoReadable(const BITMAPINFO* info) {
 // allocation fails.
 BITMAPINFO* InfoBlockOf(DibRecord* r, LONG width, LONG height) {
     DWORD colours = DibNumColors(r);
-    BITMAPINFO* bmi = DibNewInfoBlock(width, height, DibBitCount(r), colours);
+    BITMAPINFO* bmi = DibNewInfoBlock(width, height, colours);
     if (!bmi) return nullptr;
+    bmi->bmiHeader.biBitCount = DibBitCount(r);
     if (colours && r->pbmiColors)
         std::memcpy(reinterpret_cast<BYTE*>(bmi) + DIB_HEADER_BYTES, r->pbmiColors, size_t(colours) * 4);
     return bmi;
@@ -137,7 +138,7 @@ BITMAPINFO* InfoBlockOf(DibRecord* r, LONG width, LONG height) {
 
 extern "C" {
 
-BITMAPINFO* DibNewInfoBlock(LONG width, LONG height, WORD bitcount, DWORD colours) {
+BITMAPINFO* DibNewInfoBlock(LONG width, LONG height, DWORD colours) {
     auto* bmi = static_cast<BITMAPINFO*>(LocalAlloc(LPTR, (size_t(colours) + 10) * 4));
     if (!bmi) return nullptr;
     BITMAPINFOHEADER& h = bmi->bmiHeader;
@@ -145,7 +146,6 @@ BITMAPINFO* DibNewInfoBlock(LONG width, LONG height, WORD bitcount, DWORD colour
     h.biWidth = width;
     h.biHeight = height;
     h.biPlanes = 1;
-    h.biBitCount = bitcount;
     h.biClrUsed = colours;
     return bmi;
 }

@@ -109,9 +109,9 @@ void DibSetPixel1(HDIB hdib, LONG x, LONG y, DWORD value);
 
 /* ---- creation, copying, conversion ------------------------------------- */
 /* A zeroed info block with room for colours table entries ((colours + 10)
- * x 4 bytes, from LocalAlloc), its header filled in; NULL when the
- * allocation fails. */
-BITMAPINFO* DibNewInfoBlock(LONG width, LONG height, WORD bitcount, DWORD colours);
+ * x 4 bytes, from LocalAlloc), its header filled in but for the bit count,
+ * which the caller sets; NULL when the allocation fails. */
+BITMAPINFO* DibNewInfoBlock(LONG width, LONG height, DWORD colours);
 /* A zeroed standard grey info block for 1, 4 or 8 bits, from LocalAlloc;
  * NULL when the depth is not one of those or the allocation fails. */
 BITMAPINFO* DibGreyInfoBlock(LONG width, LONG height, DWORD bitcount);
