@@ -19,6 +19,10 @@
 namespace {
 
 constexpr DWORD kJpegIoBytes = 16384;  // one ReadFile or WriteFile of libjpeg's data
+// libjpeg's whole-image buffers (progressive and multi-scan files) are held
+// to the largest pixel store: beyond it libjpeg fails for want of a backing
+// store instead of taking gigabytes for a few hundred bytes of header.
+constexpr long kJpegMaxWorkBytes = long(DIB_MAX_BITS_BYTES);
 
 // The error manager of one call, followed by its jump buffer.
 struct DibJPGErrorManager {
@@ -246,6 +250,7 @@ HDIB DibJPGLoad(const WCHAR* filename) {
         return nullptr;
     }
     jpeg_create_decompress(&cinfo);
+    cinfo.mem->max_memory_to_use = kJpegMaxWorkBytes;
     UseSource(&cinfo, &src, file);
     jpeg_read_header(&cinfo, TRUE);
     // One byte a pixel: colour files come out as their luminance; what
