@@ -148,6 +148,23 @@ DWORD DibPNGSave(const WCHAR* filename, HDIB hdib) {
     return DibOk;
 }
 
+namespace {
+
+// Deflate packs at most 1032 bytes into one, so a file cannot hold more
+// than that many times its size in samples. Checked before the bitmap is
+// made, so that a header of a few bytes cannot take a gigabyte; the bound is
+// halved to leave room for the passes of an interlaced file.
+constexpr int64_t kDeflateMaxRatio = 1032;
+bool FileTooShortFor(HANDLE file, int64_t sampleBytes) {
+    DWORD high = 0;
+    DWORD low = GetFileSize(file, &high);
+    if (low == INVALID_FILE_SIZE && GetLastError() != ERROR_SUCCESS) return true;
+    int64_t size = (int64_t(high) << 32) | low;
+    return size * kDeflateMaxRatio < sampleBytes / 2;
+}
+
+}  // namespace
+
 HDIB DibPNGLoad(const WCHAR* filename) {
     DebugTrace(DIB_LEVEL_OP, u">DibPNGLoad(%s)\r\n", filename);
     HANDLE const file = DibOpenForLoad(filename);
@@ -218,6 +235,9 @@ HDIB DibPNGLoad(const WCHAR* filename) {
         png_read_update_info(png_ptr, info_ptr);
         if (int64_t(png_get_rowbytes(png_ptr, info_ptr)) > DibRowBytes(iWidth, iBitDepth)) {
             DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=NULL (rowbytes)\r\n");
+            refused = true;
+        } else if (FileTooShortFor(file, int64_t(png_get_rowbytes(png_ptr, info_ptr)) * iHeight)) {
+            DebugTrace(DIB_LEVEL_OP, u"<DibPNGLoad()=NULL (file size)\r\n");
             refused = true;
         }
     }
