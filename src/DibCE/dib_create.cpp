@@ -66,13 +66,19 @@ DWORD DibClear(HDIB hdib, DWORD value) {
     DibPixelIO io;
     if (DibRegisterPixelIO(DibBitCount(hdib), &io)) return DibErrorInvalidDIB;
     LONG width = DibWidth(hdib), height = DibHeight(hdib);
-    if (io.set == DibSetPixel8) {
-        // Same bytes as the routine writes, a row at a time.
-        for (LONG y = 0; y < height; ++y) std::memset(hdib->ppRow[y], BYTE(value), size_t(width));
-    } else {
-        for (LONG y = 0; y < height; ++y)
-            for (LONG x = 0; x < width; ++x) io.set(hdib, x, y, value);
+    // A row fill with the bytes the pixel routine leaves: a whole byte's
+    // pixels written in order give the same byte whatever it held, so the
+    // first byte of the first row, written pixel by pixel, is the pattern;
+    // only the pixels of a last, partly used byte go one by one.
+    const LONG perByte = LONG(8 / DibBitCount(hdib));
+    const LONG fullBytes = width / perByte;
+    if (height > 0 && fullBytes > 0) {
+        for (LONG x = 0; x < perByte; ++x) io.set(hdib, x, 0, value);
+        const BYTE pattern = hdib->ppRow[0][0];
+        for (LONG y = 0; y < height; ++y) std::memset(hdib->ppRow[y], pattern, size_t(fullBytes));
     }
+    for (LONG y = 0; y < height; ++y)
+        for (LONG x = fullBytes * perByte; x < width; ++x) io.set(hdib, x, y, value);
     DebugTrace(DIB_LEVEL_OP, u"<DibClear()=DibOk\r\n");
     return DibOk;
 }

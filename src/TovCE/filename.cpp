@@ -44,7 +44,7 @@ int tovFixExtension(WCHAR* name, const WCHAR* extension) {
 void tovTraceName(const WCHAR* filename, WCHAR* out) {
     out[0] = 0;
     if (tovProbePointer(filename)) return;
-    size_t n = BoundedLength(filename, TOV_MAX_PATH - 1);
+    size_t n = BoundedLength(filename, TOV_TRACE_NAME_MAX - 1);
     for (size_t i = 0; i < n; ++i) out[i] = filename[i];
     out[n] = 0;
 }

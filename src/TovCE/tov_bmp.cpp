@@ -5,7 +5,7 @@
 extern "C" {
 
 DWORD tovSaveBMP(HDIB hdib, const WCHAR* filename) {
-    WCHAR shown[TOV_MAX_PATH];
+    WCHAR shown[TOV_TRACE_NAME_MAX];
     tovTraceName(filename, shown);
     DebugTrace(DIB_LEVEL_FRAME, u">tovSaveBMP(%lld,%s)\r\n", TRACE_PTR(hdib), shown);
     WCHAR name[TOV_MAX_PATH];

@@ -8,7 +8,7 @@
 extern "C" {
 
 DWORD tovSaveJPG(HDIB hdib, const WCHAR* filename, DWORD quality) {
-    WCHAR shown[TOV_MAX_PATH];
+    WCHAR shown[TOV_TRACE_NAME_MAX];
     tovTraceName(filename, shown);
     DebugTrace(DIB_LEVEL_FRAME, u">tovSaveJPG(%lld,%s,%d)\r\n", TRACE_PTR(hdib), shown, quality);
     if (quality > DIB_JPG_MAX_QUALITY) return DibErrorInvalidParm;
@@ -24,7 +24,7 @@ HDIB tovLoadJPG(const WCHAR* filename) {
 }
 
 DWORD tovSavePNG(HDIB hdib, const WCHAR* filename) {
-    WCHAR shown[TOV_MAX_PATH];
+    WCHAR shown[TOV_TRACE_NAME_MAX];
     tovTraceName(filename, shown);
     DebugTrace(DIB_LEVEL_FRAME, u">tovSavePNG(%lld,%s)\r\n", TRACE_PTR(hdib), shown);
     WCHAR name[TOV_MAX_PATH];
@@ -57,7 +57,7 @@ HDIB tovLoad(const WCHAR* filename, DWORD format) {
 }
 
 DWORD tovSavePRN(HDIB hdib, const WCHAR* filename, DWORD format, LONG printerwidth, LONG leftmargin) {
-    WCHAR shown[TOV_MAX_PATH];
+    WCHAR shown[TOV_TRACE_NAME_MAX];
     tovTraceName(filename, shown);
     DebugTrace(DIB_LEVEL_FRAME, u">tovSavePRN(%lld,%s)\r\n", TRACE_PTR(hdib), shown);
     // The name goes on unchanged, a null one included (the Dib layer refuses

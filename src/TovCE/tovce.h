@@ -26,8 +26,12 @@ int tovFixExtension(WCHAR* name, const WCHAR* extension);
  * cannot be completed. */
 DWORD tovPrepareFileName(const WCHAR* filename, const WCHAR* extension, WCHAR* buffer);
 
-/* A bounded copy of a caller's name (into TOV_MAX_PATH characters) for an
- * entry trace; empty when the pointer cannot be read. */
+/* An entry trace shows the caller's name as given, before it is copied into
+ * a TOV_MAX_PATH buffer: only the trace line's own cut applies to it. */
+#define TOV_TRACE_NAME_MAX DEBUG_LINE_MAX
+
+/* A bounded copy of a caller's name (into TOV_TRACE_NAME_MAX characters)
+ * for an entry trace; empty when the pointer cannot be read. */
 void tovTraceName(const WCHAR* filename, WCHAR* out);
 
 /* The exit trace of an export frame that hands a Dib code on: okText on

@@ -214,6 +214,11 @@ TEST(Files, TraceLines) {
     EXPECT_EQ(tovLoadJPG(u"gone"), nullptr);
     EXPECT_EQ(tovSavePRN(h, u"label.prn", 0, 64, 64), DibErrorFileWrite);
     EXPECT_EQ(tovSavePRN(h, u"label.prn", 2, 832, 16), DibErrorInvalidParm);
+    // An entry line shows the caller's whole name, longer than any path.
+    const std::string longName(600, 'n');
+    EXPECT_EQ(tovSaveBMP(h, W(longName).c_str()), DWORD(tovErrorBadFileName));
+    EXPECT_EQ(tovSaveJPG(h, W(longName).c_str(), 80), DWORD(tovErrorBadFileName));
+    EXPECT_NE(tovSavePRN(h, W(longName).c_str(), 0, 832, 16), 0u);
     StopLog();
     ExpectLogHas({
         ">tovSavePNG(" + Handle(h) + ",tr)\r",
@@ -230,5 +235,8 @@ TEST(Files, TraceLines) {
         "<tovSavePRN()=4 (Error)\r",
         "<DibPRNSave()=DibErrorInvalidParm\r",
         "<tovSavePRN()=7 (Error)\r",
+        ">tovSaveBMP(" + Handle(h) + "," + longName + ")\r",
+        ">tovSaveJPG(" + Handle(h) + "," + longName + ",80)\r",
+        ">tovSavePRN(" + Handle(h) + "," + longName + ")\r",
     });
 }
