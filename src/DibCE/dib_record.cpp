@@ -57,8 +57,9 @@ DWORD ColoursOf(const BITMAPINFOHEADER& h) {
 }
 
 // The checks that go beyond the platform's: sizes within the limits, a
-// bottom-up layout, the fixed header size, a colour table of sane length
-// that can be read behind the header.
+// bottom-up layout, the fixed header size, a store size (when given) that
+// holds every row, a colour table of sane length that can be read behind
+// the header.
 bool HeaderAcceptable(const BITMAPINFO* info) {
     const BITMAPINFOHEADER& h = info->bmiHeader;
     if (h.biSize != DIB_HEADER_BYTES) return false;
@@ -67,6 +68,9 @@ bool HeaderAcceptable(const BITMAPINFO* info) {
         return false;
     int64_t store = DibRowBytes(h.biWidth, h.biBitCount) * h.biHeight;
     if (store > DIB_MAX_BITS_BYTES || int64_t(h.biSizeImage) > DIB_MAX_BITS_BYTES) return false;
+    // A store size that the rows do not fit in would leave operations that
+    // trust DibBitsSize with part of the picture.
+    if (h.biSizeImage != 0 && int64_t(h.biSizeImage) < store) return false;
     DWORD colours = ColoursOf(h);
     DWORD most = h.biBitCount <= 8 ? (1u << h.biBitCount) : DIB_MAX_COLORS;
     if (colours > most) return false;

@@ -123,7 +123,7 @@ TEST(DibBmp, MalformedFilesGiveNullWithoutLeaks) {
         {"bfSize beyond the store", 2, 4, uint32_t(good.size()) + 4}, {"header size 12", 14, 4, 12},
         {"width 0", 18, 4, 0}, {"negative width", 18, 4, uint32_t(-9)}, {"top-down", 22, 4, uint32_t(-4)},
         {"huge", 18, 4, 3000000}, {"planes 2", 26, 2, 2}, {"depth 0", 28, 2, 0}, {"depth 2", 28, 2, 2},
-        {"RLE8", 30, 4, 1}, {"bit fields at 8 bits", 30, 4, 3}, {"biSizeImage beyond all", 34, 4, 2129587950u},
+        {"RLE8", 30, 4, 1}, {"bit fields at 8 bits", 30, 4, 3}, {"biSizeImage beyond all", 34, 4, 2129587950u}, {"biSizeImage below the rows", 34, 4, 47},
         {"biClrUsed 300", 46, 4, 300},
     };
     for (const Field& f : fields) {
