@@ -12,6 +12,7 @@
 
 #include <csetjmp>
 #include <cstdio>  // jpeglib.h needs FILE and size_t declared first
+#include <cstdint>
 #include <cstring>
 #include <jerror.h>
 #include <jpeglib.h>
@@ -41,14 +42,43 @@ void DibJPGOutputMessage(j_common_ptr cinfo) {
     DebugTrace(DIB_LEVEL_OP, u"   ?libjpeg:%hs\r\n", text);
 }
 
-// libjpeg reports a file that ends early only as a warning and pads the
-// picture with grey; here that is a failure like any other damage that stops
-// the decoder. Other warnings (extra bytes before a marker and the like) are
-// traced and the picture is kept.
+// libjpeg reports a file that ends early, and corrupt entropy-coded data,
+// only as warnings and pads the picture with grey; here they fail the load
+// like any other damage that stops the decoder. Other warnings (a bogus
+// progression, an odd marker) are traced and the picture is kept.
+bool IsDamage(int code) {
+    switch (code) {
+    case JWRN_JPEG_EOF:
+    case JWRN_HIT_MARKER:
+    case JWRN_HUFF_BAD_CODE:
+    case JWRN_MUST_RESYNC:
+    case JWRN_EXTRANEOUS_DATA:
+        return true;
+    default:
+        return false;
+    }
+}
+
 void DibJPGEmitMessage(j_common_ptr cinfo, int level) {
     if (level >= 0) return;
-    if (cinfo->err->msg_code == JWRN_JPEG_EOF) cinfo->err->error_exit(cinfo);
+    if (IsDamage(cinfo->err->msg_code)) cinfo->err->error_exit(cinfo);
     if (cinfo->err->num_warnings++ == 0) cinfo->err->output_message(cinfo);
+}
+
+// A Huffman-coded scan spends at least one bit on each 8x8 block of every
+// component it carries (the DC code of a baseline or first progressive
+// scan), and the first scan carries at least one component: a file shorter
+// than that for its smallest component cannot hold the picture it declares.
+// Arithmetic coding has no such floor.
+bool TooShortForBlocks(j_decompress_ptr cinfo, int64_t fileLength) {
+    if (cinfo->arith_code || cinfo->num_components <= 0) return false;
+    int64_t fewest = INT64_MAX;
+    for (int c = 0; c < cinfo->num_components; ++c) {
+        const jpeg_component_info& comp = cinfo->comp_info[c];
+        int64_t blocks = int64_t(comp.width_in_blocks) * int64_t(comp.height_in_blocks);
+        if (blocks < fewest) fewest = blocks;
+    }
+    return fileLength < 0 || fileLength < fewest / 8;
 }
 
 void SetUpErrors(DibJPGErrorManager* err) {
@@ -253,6 +283,11 @@ HDIB DibJPGLoad(const WCHAR* filename) {
     cinfo.mem->max_memory_to_use = kJpegMaxWorkBytes;
     UseSource(&cinfo, &src, file);
     jpeg_read_header(&cinfo, TRUE);
+    if (TooShortForBlocks(&cinfo, DibFileLength(file))) {
+        DebugTrace(DIB_LEVEL_OP, u"   !DibJPGLoad():%dx%d:file too short\r\n", int(cinfo.image_width),
+                   int(cinfo.image_height));
+        ERREXIT(&cinfo, JERR_INPUT_EOF);
+    }
     // One byte a pixel: colour files come out as their luminance; what
     // libjpeg cannot reduce to grey (CMYK) fails in jpeg_start_decompress.
     cinfo.out_color_space = JCS_GRAYSCALE;

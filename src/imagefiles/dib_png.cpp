@@ -156,11 +156,8 @@ namespace {
 // halved to leave room for the passes of an interlaced file.
 constexpr int64_t kDeflateMaxRatio = 1032;
 bool FileTooShortFor(HANDLE file, int64_t sampleBytes) {
-    DWORD high = 0;
-    DWORD low = GetFileSize(file, &high);
-    if (low == INVALID_FILE_SIZE && GetLastError() != ERROR_SUCCESS) return true;
-    int64_t size = (int64_t(high) << 32) | low;
-    return size * kDeflateMaxRatio < sampleBytes / 2;
+    int64_t size = DibFileLength(file);
+    return size < 0 || size * kDeflateMaxRatio < sampleBytes / 2;
 }
 
 }  // namespace

@@ -44,6 +44,9 @@ HDIB DibPNGLoad(const WCHAR* filename);
 /* The file a load reads; INVALID_HANDLE_VALUE for a NULL name or a file
  * that cannot be opened. */
 HANDLE DibOpenForLoad(const WCHAR* filename);
+/* Bytes in an open file; -1 when it cannot be told. A load compares it with
+ * the least its declared picture needs before it allocates anything. */
+int64_t DibFileLength(HANDLE file);
 /* The grey bitmap a load fills; NULL after tracing noInfoText (no info
  * block) or noBitmapText (no bitmap). */
 HDIB DibCreateForLoad(LONG width, LONG height, DWORD bitcount, const WCHAR* noInfoText,

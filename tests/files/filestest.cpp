@@ -93,14 +93,18 @@ namespace {
 struct OracleError {
     jpeg_error_mgr pub;
     jmp_buf jump;
-    bool endedEarly;
+    bool damaged;
 };
 
 void OracleExit(j_common_ptr cinfo) { longjmp(reinterpret_cast<OracleError*>(cinfo->err)->jump, 1); }
 
+// Damage as libjpeg words it: the data ran out, or "Corrupt JPEG data: ...".
 void OracleEmit(j_common_ptr cinfo, int level) {
-    if (level < 0 && cinfo->err->msg_code == JWRN_JPEG_EOF)
-        reinterpret_cast<OracleError*>(cinfo->err)->endedEarly = true;
+    if (level >= 0) return;
+    char text[JMSG_LENGTH_MAX];
+    cinfo->err->format_message(cinfo, text);
+    if (cinfo->err->msg_code == JWRN_JPEG_EOF || std::strncmp(text, "Corrupt JPEG data", 17) == 0)
+        reinterpret_cast<OracleError*>(cinfo->err)->damaged = true;
 }
 
 // Kept out of the function with setjmp, so that the vector's destructor is
@@ -137,7 +141,7 @@ DecodedJpeg OracleJpeg(const std::string& bytes) {
     cinfo.err = jpeg_std_error(&err.pub);
     err.pub.error_exit = OracleExit;
     err.pub.emit_message = OracleEmit;
-    err.endedEarly = false;
+    err.damaged = false;
     if (setjmp(err.jump)) {
         jpeg_destroy_decompress(&cinfo);
         return d;
@@ -145,7 +149,7 @@ DecodedJpeg OracleJpeg(const std::string& bytes) {
     jpeg_create_decompress(&cinfo);
     jpeg_mem_src(&cinfo, reinterpret_cast<const unsigned char*>(bytes.data()), (unsigned long)bytes.size());
     d.ok = DecodeRows(&cinfo, &err, &d);
-    d.endedEarly = err.endedEarly;
+    d.damaged = err.damaged;
     jpeg_destroy_decompress(&cinfo);
     return d;
 }

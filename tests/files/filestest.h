@@ -44,7 +44,7 @@ Decoded OraclePng(const std::string& bytes, uint32_t format);
 
 // ---- JPEG ---------------------------------------------------------------------
 struct DecodedJpeg : Decoded {
-    bool endedEarly = false;  // libjpeg warned that the data ran out
+    bool damaged = false;  // libjpeg warned that the data ran out or is corrupt
     int components = 0;
 };
 // libjpeg from memory, grey output.
