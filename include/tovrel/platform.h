@@ -62,6 +62,11 @@ DWORD GetFileSize(HANDLE file, DWORD* sizeHigh);
 BOOL FlushFileBuffers(HANDLE file);
 DWORD GetFileAttributesW(const WCHAR* name);
 BOOL DeleteFileW(const WCHAR* name);
+/* Closes a file that a failed save leaves behind: a file being replaced
+ * (CREATE_ALWAYS) keeps its old contents, as if the save never started.
+ * CloseHandle replaces the old file only when every write succeeded; a
+ * caller that gives up for another reason discards instead. */
+BOOL PlatDiscardFile(HANDLE file);
 
 /* ---- locks ----------------------------------------------------------- */
 void InitializeCriticalSection(CRITICAL_SECTION* cs);
@@ -83,6 +88,7 @@ void SetLastError(DWORD code);
 #define ERROR_READ_FAULT 30u
 #define ERROR_HANDLE_DISK_FULL 39u
 #define ERROR_INVALID_PARAMETER 87u
+#define ERROR_INVALID_NAME 123u
 #define ERROR_DISK_FULL 112u
 
 /* ---- diagnostics sinks ---------------------------------------------- */
@@ -194,6 +200,9 @@ HDC PlatCreateBufferDC(void* pixels, LONG width, LONG height, LONG stride);
  * fault off. Counts LocalAlloc, LocalReAlloc and every allocation of the
  * graphics objects. Process-wide. */
 void PlatFailAllocation(long nth);
+/* Makes the nth WriteFile from now fail as on a full medium (1: the next
+ * one); 0 turns the fault off. Process-wide. */
+void PlatFailWrite(long nth);
 /* Allocations attempted since the library was loaded. */
 long PlatAllocationCount(void);
 /* Memory blocks and graphics objects alive now: a leak shows as a

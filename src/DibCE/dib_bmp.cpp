@@ -99,7 +99,7 @@ DWORD DibBMPSave(const WCHAR* filename, HDIB hdib) {
         WriteFile(file, part.data, part.bytes, &written, nullptr);
         if (written == 0) {
             DebugTrace(DIB_LEVEL_OP, part.failure);
-            CloseHandle(file);
+            PlatDiscardFile(file);
             return DibErrorFileWrite;
         }
     }

@@ -7,45 +7,32 @@
 // readable where the block says it is.
 #include "dibce.h"
 
+#include <tovrel/handleset.h>
+
 #include <atomic>
 #include <cstring>
-#include <mutex>
-#include <new>
-#include <unordered_set>
 
 namespace {
 
 // Live records. DibIsValid only reads the signature of a pointer found here,
-// so a stale or made-up handle is refused without touching freed memory.
-std::mutex g_registryMutex;
-std::unordered_set<const DibRecord*>& Registry() {
-    static auto* set = new std::unordered_set<const DibRecord*>;  // never torn down: used until exit
-    return *set;
-}
+// so a stale or made-up handle is refused without touching freed memory. A
+// record is allocated with its registry link behind it, so registering it
+// cannot fail.
+struct LiveRecord {
+    DibRecord record;  // first: the handle is the record's address
+    PlatHandleLink link;
+};
+PlatHandleSet g_records;
 
 std::atomic<LONG> g_dibCount{0};
 
-bool Register(const DibRecord* record) {
-    std::lock_guard<std::mutex> lock(g_registryMutex);
-    try {
-        Registry().insert(record);
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-    return true;
-}
+void Register(DibRecord* record) { g_records.Insert(record, &reinterpret_cast<LiveRecord*>(record)->link); }
 
-void Unregister(const DibRecord* record) {
-    std::lock_guard<std::mutex> lock(g_registryMutex);
-    Registry().erase(record);
-}
+void Unregister(const DibRecord* record) { g_records.Erase(record); }
 
 // 0: live with the signature; 1: not live but readable; 2: unreadable.
 int Lookup(const DibRecord* record) {
-    {
-        std::lock_guard<std::mutex> lock(g_registryMutex);
-        if (Registry().count(record)) return record->iSignature == DIB_SIGNATURE ? 0 : 1;
-    }
+    if (g_records.ContainsWhere(record, [record] { return record->iSignature == DIB_SIGNATURE; })) return 0;
     return IsBadReadPtr(record, sizeof(DibRecord)) ? 2 : 1;
 }
 
@@ -304,7 +291,7 @@ HDIB DibCreateFromBitmapInfo(const BITMAPINFO* info) {
         DebugMemoryStatus(DIB_LEVEL_FRAME);
         return nullptr;
     }
-    auto* r = static_cast<DibRecord*>(LocalAlloc(LPTR, sizeof(DibRecord)));
+    auto* r = static_cast<DibRecord*>(LocalAlloc(LPTR, sizeof(LiveRecord)));
     if (!r) {
         DebugError(u"   !DibCreateFromBitmapInfo():LocalAlloc:pdib:Error\r\n");
         DeleteObject(bitmap);
@@ -349,10 +336,7 @@ HDIB DibCreateFromBitmapInfo(const BITMAPINFO* info) {
         return fail();
     }
     FillRows(r);
-    if (!Register(r)) {
-        DebugError(u"   !DibCreateFromBitmapInfo():registry:Error\r\n");
-        return fail();
-    }
+    Register(r);
     LONG count = ++g_dibCount;
     DebugTrace(DIB_LEVEL_FRAME, u"   ?DibCreateFromBitmapInfo:DibCount: %d\r\n", count);
     DebugTrace(DIB_LEVEL_FRAME, u"<DibCreateFromBitmapInfo()=%lld\r\n", TRACE_PTR(r));

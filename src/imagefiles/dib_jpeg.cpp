@@ -217,7 +217,7 @@ DWORD DibJPGSave(const WCHAR* filename, DWORD quality, HDIB hdib) {
     if (setjmp(err.jump)) {
         DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=%d (error)\r\n", err.pub.msg_code);
         jpeg_destroy_compress(&cinfo);
-        if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+        if (file != INVALID_HANDLE_VALUE) PlatDiscardFile(file);  // the old file stays as it was
         if (temp) DibUnload(temp);
         return DibErrorUnknown;
     }

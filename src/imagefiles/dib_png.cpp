@@ -74,7 +74,7 @@ bool GreyDepth(int depth) { return depth == 8 || depth == 4 || depth == 1; }
 // (the libpng state, the file, the row table), then the exit trace.
 DWORD EndSave(DWORD code, const WCHAR* text, png_bytep* rows, HANDLE file, png_structp* png, png_infop* info) {
     if (*png) png_destroy_write_struct(png, info);
-    if (file != INVALID_HANDLE_VALUE) CloseHandle(file);
+    if (file != INVALID_HANDLE_VALUE) PlatDiscardFile(file);  // the old file stays as it was
     LocalFree(rows);
     DebugTrace(DIB_LEVEL_OP, text);
     return code;

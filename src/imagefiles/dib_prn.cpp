@@ -33,9 +33,10 @@ bool WriteZeros(HANDLE file, DWORD bytes) {
     return true;
 }
 
+// The old file, if any, stays as it was.
 DWORD FailWrite(HANDLE file, const WCHAR* line) {
     DebugTrace(DIB_LEVEL_OP, line);
-    CloseHandle(file);
+    PlatDiscardFile(file);
     return DibErrorFileWrite;
 }
 

@@ -4,19 +4,13 @@
 #include "gdiobj.h"
 
 #include <cstring>
-#include <mutex>
-#include <unordered_set>
 
 namespace {
 
 // Largest pixel store a DIB section may have.
 constexpr int64_t kMaxStoreBytes = int64_t(1) << 30;
 
-std::mutex g_mutex;
-std::unordered_set<GdiObjectTag*>& Registry() {
-    static auto* set = new std::unordered_set<GdiObjectTag*>;  // lives to the end of the process
-    return *set;
-}
+PlatHandleSet g_objects;
 
 void DestroyBitmap(GdiObjectTag* self) {
     auto* bm = static_cast<GdiBitmap*>(self);
@@ -55,27 +49,23 @@ bool ValidDepth(WORD bits) {
 
 }  // namespace
 
-void GdiRegister(GdiObjectTag* object) {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    Registry().insert(object);
-}
+void GdiRegister(GdiObjectTag* object) { g_objects.Insert(object, &object->link); }
 
-void GdiUnregister(GdiObjectTag* object) {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    Registry().erase(object);
-}
+void GdiUnregister(GdiObjectTag* object) { g_objects.Erase(object); }
 
 GdiObjectTag* GdiLookup(const void* handle, GdiType type) {
     auto* object = static_cast<GdiObjectTag*>(const_cast<void*>(handle));
-    std::lock_guard<std::mutex> lock(g_mutex);
-    if (!handle || !Registry().count(object) || object->type != type) return nullptr;
-    return object;
+    return g_objects.ContainsWhere(handle, [object, type] { return object->type == type; }) ? object : nullptr;
 }
 
 uint32_t GdiTypeOf(const void* handle) {
-    auto* object = static_cast<GdiObjectTag*>(const_cast<void*>(handle));
-    std::lock_guard<std::mutex> lock(g_mutex);
-    return handle && Registry().count(object) ? static_cast<uint32_t>(object->type) : 0u;
+    auto* object = static_cast<const GdiObjectTag*>(handle);
+    uint32_t type = 0;
+    g_objects.ContainsWhere(handle, [object, &type] {
+        type = object->type;
+        return true;
+    });
+    return type;
 }
 
 extern "C" {

@@ -9,32 +9,14 @@
 #include "gdidc.h"
 
 #include <cstring>
-#include <mutex>
-#include <new>
-#include <unordered_set>
 
 namespace {
 
-std::mutex g_dcMutex;
-std::unordered_set<GdiDcTag*>& DcRegistry() {
-    static auto* set = new std::unordered_set<GdiDcTag*>;  // lives to the end of the process
-    return *set;
-}
+PlatHandleSet g_dcs;
 
-bool RegisterDc(GdiDcTag* dc) {
-    std::lock_guard<std::mutex> lock(g_dcMutex);
-    try {
-        DcRegistry().insert(dc);
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
-    return true;
-}
+void RegisterDc(GdiDcTag* dc) { g_dcs.Insert(dc, &dc->link); }
 
-bool UnregisterDc(GdiDcTag* dc) {
-    std::lock_guard<std::mutex> lock(g_dcMutex);
-    return DcRegistry().erase(dc) != 0;
-}
+bool UnregisterDc(GdiDcTag* dc) { return g_dcs.Erase(dc); }
 
 void NoDestroy(GdiObjectTag*) {}
 
@@ -74,11 +56,7 @@ HDC NewDc(GdiDcKind kind) {
     dc->stockPen.colour = RGB(0, 0, 0);
     dc->pen = &dc->stockPen;
 
-    if (!RegisterDc(dc)) {
-        PlatFree(dc);
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
+    RegisterDc(dc);
     return dc;
 }
 
@@ -101,9 +79,7 @@ COLORREF SwapColour(HDC dc, COLORREF GdiDcTag::*field, COLORREF colour) {
 }  // namespace
 
 GdiDcTag* GdiLookupDc(HDC dc) {
-    std::lock_guard<std::mutex> lock(g_dcMutex);
-    if (!dc || !DcRegistry().count(dc)) return nullptr;
-    return dc;
+    return g_dcs.Contains(dc) ? dc : nullptr;
 }
 
 bool GdiDcSurface(const GdiDcTag* dc, GdiSurface* out) {

@@ -53,6 +53,7 @@ enum GdiDcKind : uint32_t {
 };
 
 struct GdiDcTag {
+    PlatHandleLink link;        // in the registry of live contexts
     GdiDcKind kind;
     GdiBitmap* bitmap;          // selected bitmap, or &stockBitmap
     HFONT font;                 // selected font handle, or &stockFont

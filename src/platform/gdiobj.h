@@ -3,6 +3,7 @@
 // before use, so a stale or made-up handle is refused instead of followed.
 #pragma once
 
+#include <tovrel/handleset.h>
 #include <tovrel/platform.h>
 
 enum GdiType : uint32_t {
@@ -15,6 +16,7 @@ enum GdiType : uint32_t {
 // The common head of every object. DeleteObject and GetObjectW dispatch
 // through the two functions, so each kind of object lives in its own file.
 struct GdiObjectTag {
+    PlatHandleLink link;  // in the registry of live objects
     GdiType type;
     void (*destroy)(GdiObjectTag* self);                       // frees the object
     int (*describe)(GdiObjectTag* self, int bytes, void* out);  // GetObjectW

@@ -28,6 +28,16 @@ struct Out {
     }
 };
 
+// The flag characters of one conversion, each at most once.
+struct Flags {
+    char text[8] = "";
+    size_t n = 0;
+    bool Has(char c) const { return std::memchr(text, c, n) != nullptr; }
+    void Add(char c) {
+        if (!Has(c) && n + 1 < sizeof text) text[n++] = c;
+    }
+};
+
 size_t Length16(const WCHAR* s) {
     size_t n = 0;
     while (s[n]) ++n;
@@ -36,7 +46,6 @@ size_t Length16(const WCHAR* s) {
 
 // Appends UTF-8 bytes as UTF-16 (invalid bytes become U+FFFD).
 void PutUtf8(Out& out, const char* s, size_t n) {
-    std::u16string wide;
     size_t i = 0;
     while (i < n) {
         unsigned char c = static_cast<unsigned char>(s[i]);
@@ -70,13 +79,14 @@ int _vsnwprintf(WCHAR* buffer, size_t count, const WCHAR* format, va_list args) 
             continue;
         }
         const WCHAR* start = f++;
-        std::string flags;
-        while (*f == u'-' || *f == u'+' || *f == u' ' || *f == u'#' || *f == u'0')
-            flags += static_cast<char>(*f++);
+        // Each flag counts once, so the set fits a fixed buffer: formatting
+        // never allocates, and works when memory is short.
+        Flags flags;
+        while (*f == u'-' || *f == u'+' || *f == u' ' || *f == u'#' || *f == u'0') flags.Add(char(*f++));
         int width = -1, precision = -1;
         if (*f == u'*') {
             width = va_arg(args, int);
-            if (width < 0) { flags += '-'; width = -width; }
+            if (width < 0) { flags.Add('-'); width = -width; }
             ++f;
         } else {
             for (width = 0; *f >= u'0' && *f <= u'9'; ++f) width = width * 10 + (*f - u'0');
@@ -105,13 +115,13 @@ int _vsnwprintf(WCHAR* buffer, size_t count, const WCHAR* format, va_list args) 
             for (const WCHAR* p = start; p < f; ++p) out.Put(*p);
             break;
         }
-        bool left = flags.find('-') != std::string::npos;
+        bool left = flags.Has('-');
         char conversion[64], text[512];
         auto numberSpec = [&](const char* lengthMod, char c) {
-            std::snprintf(conversion, sizeof conversion, "%%%s%s%s%s%s%c", flags.c_str(),
-                          width > 0 ? std::to_string(width).c_str() : "",
-                          precision >= 0 ? "." : "",
-                          precision >= 0 ? std::to_string(precision).c_str() : "",
+            char widthText[16] = "", precisionText[16] = "";
+            if (width > 0) std::snprintf(widthText, sizeof widthText, "%d", width);
+            if (precision >= 0) std::snprintf(precisionText, sizeof precisionText, ".%d", precision);
+            std::snprintf(conversion, sizeof conversion, "%%%s%s%s%s%c", flags.text, widthText, precisionText,
                           lengthMod, c);
         };
         switch (conv) {

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -80,5 +81,20 @@ void StartLog(DWORD level) {
 }
 
 void StopLog() { tovConfigDebug(0, 5, tovDebugFile); }
+
+std::vector<std::string> LibraryExports(std::vector<std::string>* problems) {
+    std::vector<std::string> names;
+    FILE* pipe = popen(("nm -D --defined-only '" + std::string(TOV_LIBTOVREL_PATH) + "'").c_str(), "r");
+    if (!pipe) return names;
+    char line[512], type, name[400];
+    while (std::fgets(line, sizeof line, pipe)) {
+        if (std::sscanf(line, "%*s %c %399s", &type, name) != 2) continue;
+        if (problems && type != 'T') problems->push_back(std::string(name) + " is not a function");
+        if (problems && std::strchr(name, '@')) problems->push_back(std::string(name) + " carries a symbol version");
+        names.push_back(name);
+    }
+    pclose(pipe);
+    return names;
+}
 
 }  // namespace tovtest

@@ -44,6 +44,10 @@ void StartLog(DWORD level);
 // Turns tracing off.
 void StopLog();
 
+// The functions libtovrel.so exports, as nm lists its dynamic symbols;
+// problems (a non-function, a versioned name) go to the list if given.
+std::vector<std::string> LibraryExports(std::vector<std::string>* problems = nullptr);
+
 // For n = 1, 2, ...: makes the nth allocation fail and runs body(n). Ends
 // at the first n whose fault was not reached, and returns how many
 // allocation sites were exercised.

@@ -1,0 +1,117 @@
+// What every save and load shares through the platform's files: a save that
+// fails at any write keeps the old file byte for byte (and a new one keeps
+// the old one's permissions), a FIFO is refused rather than waited on, and a
+// name that is not valid UTF-16 reaches no file.
+#include "filestest.h"
+
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace filestest;
+
+namespace {
+
+struct Saver {
+    const char* file;
+    DWORD (*save)(HDIB h, const WCHAR* name);
+};
+
+const Saver kSavers[] = {
+    {"pic.bmp", [](HDIB h, const WCHAR* n) { return tovSaveBMP(h, n); }},
+    {"pic.png", [](HDIB h, const WCHAR* n) { return tovSavePNG(h, n); }},
+    {"pic.jpg", [](HDIB h, const WCHAR* n) { return tovSaveJPG(h, n, 75); }},
+    {"pic.prn", [](HDIB h, const WCHAR* n) { return tovSavePRN(h, n, 0, 832, 16); }},
+};
+
+const std::string kOld = "the old file, which a failed save must leave alone";
+
+mode_t ModeOf(const char* path) {
+    struct stat st;
+    return stat(path, &st) == 0 ? st.st_mode & 07777 : 0;
+}
+
+}  // namespace
+
+TEST(Replace, EveryFailedWriteKeepsTheOldFile) {
+    ScratchDir dir;
+    for (const Saver& s : kSavers) {
+        SCOPED_TRACE(s.file);
+        int failures = 0;
+        for (long n = 1;; ++n) {
+            WriteBytes(s.file, kOld);
+            ASSERT_EQ(chmod(s.file, 0640), 0);
+            Dib h(MakePatterned(120, 40, 8, 5));
+            LeakGuard guard;
+            PlatFailWrite(n);
+            DWORD result = s.save(h, W(s.file).c_str());
+            PlatFailWrite(0);
+            if (result == 0) {
+                EXPECT_NE(ReadFileBytes(s.file), kOld);
+                EXPECT_EQ(ModeOf(s.file), 0640u);
+                break;
+            }
+            ++failures;
+            EXPECT_EQ(ReadFileBytes(s.file), kOld) << "write " << n;
+            ASSERT_LT(n, 10000);
+        }
+        EXPECT_GT(failures, 0);
+        for (const std::string& f : FilesIn(".", "")) EXPECT_NE(BaseName(f)[0], '.') << "a temporary was left";
+    }
+}
+
+TEST(Replace, RefusedArgumentsAndFileSizeLimitKeepTheOldFile) {
+    ScratchDir dir;
+    Dib h(MakePatterned(600, 400, 8, 1));
+    WriteBytes("old.prn", kOld);
+    EXPECT_EQ(tovSavePRN(h, u"old.prn", 0, 0, 0), DWORD(DibErrorFileWrite));  // a printer of no bytes
+    EXPECT_EQ(ReadFileBytes("old.prn"), kOld);
+    // A file size limit (ulimit -f) fails the write itself.
+    struct sigaction ignore = {}, previous = {};
+    ignore.sa_handler = SIG_IGN;
+    ASSERT_EQ(sigaction(SIGXFSZ, &ignore, &previous), 0);
+    struct rlimit limit = {}, saved = {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    limit = saved;
+    limit.rlim_cur = 4096;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    for (const Saver& s : kSavers) {
+        SCOPED_TRACE(s.file);
+        WriteBytes(s.file, kOld);
+        EXPECT_NE(s.save(h, W(s.file).c_str()), 0u);
+        EXPECT_EQ(ReadFileBytes(s.file), kOld);
+    }
+    setrlimit(RLIMIT_FSIZE, &saved);
+    sigaction(SIGXFSZ, &previous, nullptr);
+}
+
+TEST(Replace, FifosAreRefusedWithoutWaiting) {
+    ScratchDir dir;
+    for (const char* name : {"pipe.bmp", "pipe.png", "pipe.jpg", "imaging.log"}) ASSERT_EQ(mkfifo(name, 0600), 0);
+    LeakGuard guard;
+    EXPECT_EQ(tovLoadBMP(u"pipe"), nullptr);
+    EXPECT_EQ(tovLoadPNG(u"pipe"), nullptr);
+    EXPECT_EQ(tovLoadJPG(u"pipe"), nullptr);
+    // The trace log loses its lines instead of blocking the traced call.
+    tovConfigDebug(1, 10, tovDebugFile);
+    Dib h(tovCreateHDIBExt(8, 8, 0, 8));
+    EXPECT_NE(h.h, nullptr);
+    // A FIFO is no place for a picture either.
+    EXPECT_EQ(tovSaveBMP(h, u"pipe.bmp"), DWORD(DibErrorFileCreation));
+    tovConfigDebug(0, 5, tovDebugFile);
+}
+
+TEST(Replace, NamesThatAreNotUtf16ReachNoFile) {
+    ScratchDir dir;
+    Dib h(MakePatterned(9, 4, 8));
+    const std::u16string loneHigh = u"s\xD800.bmp", loneLow = u"s\xDFFF.bmp", swapped = u"s\xDC00\xD800.bmp";
+    for (const std::u16string& name : {loneHigh, loneLow, swapped}) {
+        EXPECT_EQ(tovSaveBMP(h, name.c_str()), DWORD(DibErrorFileCreation));
+        EXPECT_EQ(tovLoadBMP(name.c_str()), nullptr);
+    }
+    EXPECT_EQ(FilesIn(".", "").size(), 0u);
+    const std::u16string pair = u"s\xD83D\xDE00.bmp";  // one character beyond the first plane
+    ASSERT_EQ(tovSaveBMP(h, pair.c_str()), 0u);
+    EXPECT_TRUE(FileExists("s\xF0\x9F\x98\x80.bmp"));
+}
