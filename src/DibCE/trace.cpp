@@ -37,8 +37,9 @@ std::atomic<DWORD> g_level{5};
 std::atomic<DWORD> g_outputs{2};
 std::atomic<DWORD> g_assertEnable{1};
 WCHAR g_fileName[DEBUG_FILENAME_MAX];
-// Appending is a seek to the end and then a write: two threads in between
-// would write at the same end and one line would be lost.
+// Guards the file name, which a thread's first tovConfigDebug writes while
+// another may trace, and appending: a seek to the end and then a write, so
+// that two threads in between would write at the same end and lose a line.
 std::mutex g_fileSinkMutex;
 
 bool Enabled() { return g_enable.load(std::memory_order_relaxed) != 0; }
@@ -123,8 +124,7 @@ void DebugConfig(DWORD enable, DWORD level, DWORD outputs) {
 
 void DebugSetFileName(const WCHAR* name) {
     if (!name) name = u"";
-    // The same name again leaves the buffer alone, so that reconfiguring
-    // does not write under a thread that is tracing.
+    std::lock_guard<std::mutex> guard(g_fileSinkMutex);
     if (SameFileName(name)) return;
     size_t i = 0;
     for (; i + 1 < DEBUG_FILENAME_MAX && name[i]; ++i) g_fileName[i] = name[i];

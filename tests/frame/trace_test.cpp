@@ -203,6 +203,23 @@ TEST(TraceDeathTest, AssertionsEndTheProcess) {
     ASSERT(sizeof(int) == 4);
 }
 
+// The first configuration of the process, on two threads at once, while
+// each traces: the file name is written under one and read under the other.
+TEST(TraceThreadTest, FirstConfigurationOnTwoThreads) {
+    ScratchDir dir;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 2; ++t)
+        threads.emplace_back([t] {
+            for (int i = 0; i < 50; ++i) {
+                tovConfigDebug(1, 5, tovDebugFile);
+                DebugTrace(5, u"thread %d line %d\r\n", t, i);
+            }
+        });
+    for (std::thread& thread : threads) thread.join();
+    StopLog();
+    EXPECT_EQ(LogLines().size(), 100u);
+}
+
 // Threads trace at once: every line arrives whole, each thread's in order.
 TEST(TraceThreadTest, LinesFromThreadsStayWholeAndNoneIsLost) {
     ScratchDir dir;
