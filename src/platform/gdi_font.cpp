@@ -6,6 +6,9 @@
 // fonts, DejaVu Sans Bold for "TACOMA" at weight 600). When the file found
 // is lighter than the weight asked for, glyphs are emboldened. Each font
 // holds its own FreeType instance, so fonts can be used on any thread.
+// fontconfig is asked once for each face name, weight and slant: the answer
+// is kept in a small table (it is slow, and it does not survive memory
+// running short), emptied when the configuration changes.
 // FreeType allocates with malloc: it drops optional tables silently when an
 // allocation fails and is not safe to fault at every one of its sites, so
 // the fault seam stops at our own objects. fontconfig's state is released
@@ -30,10 +33,13 @@ std::mutex g_fcMutex;
 FcConfig* g_testConfig = nullptr;  // PlatSetFontConfigFile; NULL: the system's
 bool g_fcExitHook = false;
 
+void ForgetFaces();
+
 void ReleaseFontconfig() {
     std::lock_guard<std::mutex> lock(g_fcMutex);
     if (g_testConfig) FcConfigDestroy(g_testConfig);
     g_testConfig = nullptr;
+    ForgetFaces();
     FcFini();
 }
 
@@ -51,17 +57,32 @@ struct FcMatch {
     bool embolden;
 };
 
-// Finds the file for a face name and weight. False when no font matches.
-bool Resolve(const LOGFONTW& lf, FcMatch* out) {
-    char family[LF_FACESIZE * 4 + 1];
+// ---- the answers kept --------------------------------------------------------------
+struct FaceKey {
     WCHAR name[LF_FACESIZE + 1];
-    std::memcpy(name, lf.lfFaceName, sizeof lf.lfFaceName);
-    name[LF_FACESIZE] = 0;
-    if (PlatWideToUtf8(name, family, sizeof family) == size_t(-1)) return false;
-    int weight = lf.lfWeight <= 0 ? FW_NORMAL : (lf.lfWeight > 1000 ? 1000 : int(lf.lfWeight));
+    int weight;
+    bool italic;
+    bool operator==(const FaceKey& o) const {
+        return weight == o.weight && italic == o.italic && std::memcmp(name, o.name, sizeof name) == 0;
+    }
+};
+struct CachedFace {
+    bool used;
+    FaceKey key;
+    FcMatch match;
+};
+// A handful of faces in use at once is the most an application has; a new
+// one takes the slots in turn. g_fcMutex guards the table.
+constexpr size_t kCachedFaces = 8;
+CachedFace g_faces[kCachedFaces];
+size_t g_nextFace = 0;
 
-    std::lock_guard<std::mutex> lock(g_fcMutex);
-    HookExit();
+void ForgetFaces() {
+    for (CachedFace& f : g_faces) f.used = false;
+}
+
+// Asks fontconfig for the file of a face name and weight; g_fcMutex is held.
+bool Match(const char* family, int weight, bool italic, FcMatch* out) {
     FcPattern* pattern = FcPatternCreate();
     if (!pattern) return false;
     bool ok = true;
@@ -70,7 +91,7 @@ bool Resolve(const LOGFONTW& lf, FcMatch* out) {
     // back to a sans serif rather than to whatever the system prefers.
     ok = ok && FcPatternAddString(pattern, FC_FAMILY, reinterpret_cast<const FcChar8*>("sans-serif"));
     ok = ok && FcPatternAddInteger(pattern, FC_WEIGHT, FcWeightFromOpenType(weight));
-    ok = ok && FcPatternAddInteger(pattern, FC_SLANT, lf.lfItalic ? FC_SLANT_ITALIC : FC_SLANT_ROMAN);
+    ok = ok && FcPatternAddInteger(pattern, FC_SLANT, italic ? FC_SLANT_ITALIC : FC_SLANT_ROMAN);
     ok = ok && FcPatternAddBool(pattern, FC_SCALABLE, FcTrue);
     FcPattern* match = nullptr;
     if (ok && FcConfigSubstitute(g_testConfig, pattern, FcMatchPattern)) {
@@ -95,6 +116,33 @@ bool Resolve(const LOGFONTW& lf, FcMatch* out) {
     }
     FcPatternDestroy(match);
     return ok;
+}
+
+// Finds the file for a face name and weight. False when no font matches.
+bool Resolve(const LOGFONTW& lf, FcMatch* out) {
+    FaceKey key;
+    std::memset(&key, 0, sizeof key);
+    std::memcpy(key.name, lf.lfFaceName, sizeof lf.lfFaceName);
+    key.weight = lf.lfWeight <= 0 ? FW_NORMAL : (lf.lfWeight > 1000 ? 1000 : int(lf.lfWeight));
+    key.italic = lf.lfItalic != 0;
+    char family[LF_FACESIZE * 4 + 1];
+    if (PlatWideToUtf8(key.name, family, sizeof family) == size_t(-1)) return false;
+
+    std::lock_guard<std::mutex> lock(g_fcMutex);
+    HookExit();
+    for (const CachedFace& f : g_faces) {
+        if (f.used && f.key == key) {
+            *out = f.match;
+            return true;
+        }
+    }
+    if (!Match(family, key.weight, key.italic, out)) return false;  // not kept: a later call may succeed
+    CachedFace& slot = g_faces[g_nextFace];
+    g_nextFace = (g_nextFace + 1) % kCachedFaces;
+    slot.used = true;
+    slot.key = key;
+    slot.match = *out;
+    return true;
 }
 
 void DestroyFont(GdiObjectTag* self) {
@@ -225,6 +273,7 @@ BOOL PlatSetFontConfigFile(const char* file) {
     HookExit();
     if (g_testConfig) FcConfigDestroy(g_testConfig);
     g_testConfig = config;
+    ForgetFaces();
     return TRUE;
 }
 
