@@ -113,6 +113,19 @@ const std::map<std::string, Call>& Calls() {
         {"tovSigSave",
          [](Inputs& in) { return Ok(tovSigSave(u"sig", tovFormatPNG, 0, in.record.data(), u"A", 1, 0, 2)); }},
         {"tovDisplayImage", [](Inputs& in) { return Ok(tovDisplayImage(in.h, in.dc, &rect, 1, 100, 1)); }},
+        {"tovProcessImage", [](Inputs& in) { return Ok(tovProcessImage(in.h, in.h)); }},
+        {"tovProfilePFNameToID", [](Inputs&) { return tovProfilePFNameToID(u"invert") == 11; }},
+        {"tovProfilePFIDToName", [](Inputs&) { return tovProfilePFIDToName(11) != nullptr; }},
+        {"tovProfilePFParmNameToID", [](Inputs&) { return tovProfilePFParmNameToID(12, u"rank") == 2; }},
+        {"tovProfilePFParmIDToName", [](Inputs&) { return tovProfilePFParmIDToName(12, 2) != nullptr; }},
+        {"tovProfilePFParmMin", [](Inputs&) { return tovProfilePFParmMin(12, 2) != nullptr; }},
+        {"tovProfilePFParmMax", [](Inputs&) { return tovProfilePFParmMax(12, 2) != nullptr; }},
+        {"tovProfilePFParmDefault", [](Inputs&) { return tovProfilePFParmDefault(12, 2) != nullptr; }},
+        // Without an open profile the sizes are 0.
+        {"tovGetImagerFullWidth", [](Inputs&) { return tovGetImagerFullWidth() == 0; }},
+        {"tovGetImagerFullHeight", [](Inputs&) { return tovGetImagerFullHeight() == 0; }},
+        {"tovGetImagerPreviewWidth", [](Inputs&) { return tovGetImagerPreviewWidth() == 0; }},
+        {"tovGetImagerPreviewHeight", [](Inputs&) { return tovGetImagerPreviewHeight() == 0; }},
     };
     return calls;
 }
