@@ -79,7 +79,9 @@ TEST(Chain, ValuesAreClampedAndWrittenBackInCanonicalForm) {
                   <Section name="Invert" flags="1"/>
                   <Section name="Gamma Correction"><Key name="Gamma">  0.123xyz</Key></Section>
                   <Entry name="Despeckle"><Key name="Threshold">-5</Key></Entry>
-                  <Section name="Time and Date"><Key name="FontHeight">99</Key></Section>)");
+                  <Section name="Time and Date"><Key name="FontHeight">99</Key></Section>
+                  <Section name="Brightness"><Key name="Brightness">-)" +
+               std::string(5000, '9') + R"(</Key></Section>)");
     ASSERT_EQ(ProfileOpenSession(u"chain.zpf", u""), 0u);
     const struct {
         DWORD slot, id, flags;
@@ -88,7 +90,7 @@ TEST(Chain, ValuesAreClampedAndWrittenBackInCanonicalForm) {
     } slots[] = {
         {1, 14, 1, u"Level", "255"}, {2, 13, 0, u"Val", "9"},       {3, 7, 1, u"Gamma", "0.12"},
         {4, 4, 1, u"Threshold", "0"}, {4, 4, 1, u"Bkgcolor", "0"}, {5, 9, 1, u"FontHeight", "64"},
-        {5, 9, 1, u"RasterOp", "6684742"},
+        {5, 9, 1, u"RasterOp", "6684742"}, {6, 2, 1, u"Brightness", "-255"},
     };
     for (const auto& s : slots) {
         SCOPED_TRACE(s.slot);
@@ -98,7 +100,7 @@ TEST(Chain, ValuesAreClampedAndWrittenBackInCanonicalForm) {
     }
     EXPECT_EQ(KeyInDocument(1, u"Flags"), "1");
     EXPECT_EQ(KeyInDocument(2, u"Flags"), "0");
-    EXPECT_EQ(ChainTable[5].dwID, 0u);
+    EXPECT_EQ(ChainTable[6].dwID, 0u);
     int32_t level;
     std::memcpy(&level, ChainTable[0].Args.bytes, 4);
     EXPECT_EQ(level, 255);

@@ -5,6 +5,7 @@
 #include "profiledoc.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -171,6 +172,9 @@ TEST(Store, HostileFilesLoadOrFailCleanly) {
         pdoc::Close(&d);
     }
     ProfileDocument d;
+    WriteBytes("huge.xml", "<r/>");
+    ASSERT_EQ(truncate("huge.xml", 100 << 20), 0);  // 100 MB, sparse
+    EXPECT_EQ(pdoc::Load(&d, u"huge.xml"), ProfileErrorOpenFailed);
     ASSERT_EQ(mkdir("folder.xml", 0755), 0);
     EXPECT_EQ(pdoc::Load(&d, u"folder.xml"), ProfileErrorOpenFailed);
     EXPECT_EQ(pdoc::Load(&d, u"missing.xml"), ProfileErrorOpenFailed);

@@ -3,6 +3,7 @@
 // nothing left alive, and again with every allocation of the load failing
 // in turn. A loaded bitmap is read through to the end of its store.
 #include "dibimages.h"
+#include "session.h"
 
 #include <tovrel/tovrel.h>
 
@@ -25,10 +26,22 @@ struct Loader {
     HDIB (*load)(const WCHAR*);
 };
 
+// A profile file "loads" through the profile half of a session start and a
+// run of its chain; nothing stays open.
+HDIB OpenProfileAndRun(const WCHAR* file) {
+    if (ProfileOpenSession(file, u"") == 0) {
+        Dib frame(DibCreateGrey(33, 17, 8, nullptr));
+        if (frame.h) tovProcessImage(frame, frame);
+    }
+    ProfileCloseSession();
+    return nullptr;
+}
+
 const Loader kLoaders[] = {
     {"bmp", "bmp", tovLoadBMP},
     {"png", "png", tovLoadPNG},
     {"jpeg", "jpg", tovLoadJPG},
+    {"profile", "zpf", OpenProfileAndRun},
 };
 
 std::vector<fs::path> CasesOf(const Loader& l) {
