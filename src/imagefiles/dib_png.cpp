@@ -22,7 +22,14 @@ namespace {
 constexpr png_alloc_size_t kPngChunkMax = png_alloc_size_t(8) << 20;
 constexpr DWORD kPngIoMax = DWORD(1) << 30;
 
+// libpng takes the buffer of an ancillary chunk at the length the file
+// declares, and zeroes it, before it has read a byte of it: a few bytes of
+// file could make it clear gigabytes. Nothing it needs for a picture of
+// ours (rows, the inflate window, a chunk it keeps) comes near this size.
+constexpr png_alloc_size_t kPngAllocMax = 2 * kPngChunkMax;
+
 png_voidp PngAlloc(png_structp, png_alloc_size_t bytes) {
+    if (bytes > kPngAllocMax) return nullptr;
     return LocalAlloc(LMEM_FIXED, size_t(bytes));
 }
 
