@@ -68,6 +68,25 @@ BOOL DeleteFileW(const WCHAR* name);
  * caller that gives up for another reason discards instead. */
 BOOL PlatDiscardFile(HANDLE file);
 
+/* ---- modules and the device --------------------------------------------- */
+/* A shared library by name. "qdxengine.dll" is the scan engine: the path in
+ * TOVREL_ENGINE (read at each call), else libqdxengine.so beside
+ * libtovplatform.so, else the loader's search path. NULL on failure. */
+HMODULE LoadLibraryW(const WCHAR* name);
+/* An ordinal (a name pointer below 0x10000) resolves through the engine's
+ * ordinal table on the engine module only; NULL for a function the library
+ * lacks. */
+FARPROC GetProcAddressW(HMODULE module, const WCHAR* name);
+BOOL FreeLibrary(HMODULE module);
+#define MAKEINTRESOURCEW(i) ((const WCHAR*)(uintptr_t)(WORD)(i))
+/* The imager type word: code PLAT_IOCTL_IMAGER_TYPE fills one DWORD from
+ * TOVREL_IMAGER_TYPE (a decimal number; "fail" or unset fail the call). */
+#define PLAT_IOCTL_IMAGER_TYPE 0x010120D8u
+BOOL KernelIoControl(DWORD code, void* in, DWORD inSize, void* out, DWORD outSize, DWORD* returned);
+/* The profile file used when a caller names none: TOVREL_PROFILES, else
+ * "/Brevane/ImagingProfiles.zpf". FALSE when it does not fit capacity. */
+BOOL PlatDefaultProfileFile(WCHAR* buffer, DWORD capacity);
+
 /* ---- locks ----------------------------------------------------------- */
 void InitializeCriticalSection(CRITICAL_SECTION* cs);
 void EnterCriticalSection(CRITICAL_SECTION* cs);
@@ -89,6 +108,9 @@ void SetLastError(DWORD code);
 #define ERROR_HANDLE_DISK_FULL 39u
 #define ERROR_INVALID_PARAMETER 87u
 #define ERROR_INVALID_NAME 123u
+#define ERROR_MOD_NOT_FOUND 126u
+#define ERROR_PROC_NOT_FOUND 127u
+#define ERROR_NOT_SUPPORTED 50u
 #define ERROR_DISK_FULL 112u
 
 /* ---- diagnostics sinks ---------------------------------------------- */

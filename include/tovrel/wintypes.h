@@ -24,6 +24,8 @@ typedef DWORD COLORREF;
 typedef void* HANDLE;
 typedef void* HLOCAL;
 typedef void* HINSTANCE;
+typedef void* HMODULE;
+typedef void (*FARPROC)(void);
 typedef void* HWND;
 
 typedef struct RECT { LONG left, top, right, bottom; } RECT;

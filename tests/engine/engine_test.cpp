@@ -1,0 +1,254 @@
+// The platform's module calls and the stand-in scan engine they load: the
+// engine found by the environment or beside the platform library, functions
+// by ordinal, the imager type word, the default profile file, and the
+// engine's frames, settings, failures and counters through its control
+// interface.
+#include "dibimages.h"
+#include "qdxcontrol.h"
+
+#include <png.h>
+#include <stdlib.h>
+
+#include <cstring>
+#include <string>
+
+using namespace tovtest;
+
+namespace {
+
+typedef BOOL (*Void)(void);
+typedef DWORD (*OpenSession)(void);
+typedef BOOL (*OnSession)(DWORD);
+typedef BYTE* (*Reserve)(DWORD);
+typedef BOOL (*WithSpace)(DWORD, BYTE*);
+typedef BOOL (*WithValue)(DWORD, LONG);
+typedef BOOL (*WithPairs)(DWORD, const EsPair*, DWORD);
+typedef BOOL (*WithInfo)(void*);
+
+template <class F>
+F Proc(HMODULE m, WORD ordinal) {
+    return reinterpret_cast<F>(GetProcAddressW(m, MAKEINTRESOURCEW(ordinal)));
+}
+
+template <class F>
+F Control(HMODULE m, const char* name) {
+    return reinterpret_cast<F>(GetProcAddressW(m, W(name).c_str()));
+}
+
+// An engine loaded for one test, reset, with one open session and space.
+struct Engine {
+    HMODULE m = nullptr;
+    DWORD session = 0;
+    BYTE* space = nullptr;
+    explicit Engine(const char* path = TOV_ENGINE_PATH) {
+        setenv("TOVREL_ENGINE", path, 1);
+        m = LoadLibraryW(u"QDXENGINE.DLL");
+        unsetenv("TOVREL_ENGINE");
+        if (!m) return;
+        Control<void (*)()>(m, "QdxCtlReset")();
+    }
+    ~Engine() {
+        if (m) FreeLibrary(m);
+    }
+    void Open() {
+        ASSERT_TRUE(Proc<Void>(m, 1)());
+        session = Proc<OpenSession>(m, 3)();
+        ASSERT_NE(session, 0u);
+        space = Proc<Reserve>(m, 5)(session);
+        ASSERT_NE(space, nullptr);
+    }
+    std::string Grab(WORD ordinal = 7, size_t bytes = 640 * 480) {
+        if (!Proc<WithSpace>(m, ordinal)(session, space)) return std::string();
+        return std::string(reinterpret_cast<char*>(space), bytes);
+    }
+    int32_t Count(const char* counter) { return Control<int32_t (*)()>(m, counter)(); }
+};
+
+double Mean(const std::string& frame) {
+    double sum = 0;
+    for (unsigned char c : frame) sum += c;
+    return frame.empty() ? 0 : sum / double(frame.size());
+}
+
+}  // namespace
+
+TEST(Modules, EngineIsFoundAndResolvedByOrdinal) {
+    unsetenv("TOVREL_ENGINE");
+    HMODULE beside = LoadLibraryW(u"qdxengine.dll");  // found beside libtovplatform.so
+    ASSERT_NE(beside, nullptr);
+    for (WORD ordinal : {1, 2, 3, 4, 5, 6, 7, 8, 9, 12, 13, 15, 16, 20, 23, 24, 27})
+        EXPECT_NE(GetProcAddressW(beside, MAKEINTRESOURCEW(ordinal)), nullptr) << ordinal;
+    for (WORD ordinal : {0, 10, 11, 14, 17, 25, 26, 28, 999}) EXPECT_EQ(GetProcAddressW(beside, MAKEINTRESOURCEW(ordinal)), nullptr);
+    EXPECT_EQ(GetProcAddressW(beside, u"NoSuchFunction"), nullptr);
+    EXPECT_TRUE(FreeLibrary(beside));
+    EXPECT_FALSE(FreeLibrary(beside));  // a closed handle is refused
+    Engine basic(TOV_ENGINE_BASIC_PATH);
+    ASSERT_NE(basic.m, nullptr);
+    EXPECT_EQ(GetProcAddressW(basic.m, MAKEINTRESOURCEW(23)), nullptr);
+    EXPECT_EQ(GetProcAddressW(basic.m, MAKEINTRESOURCEW(27)), nullptr);
+    EXPECT_NE(GetProcAddressW(basic.m, MAKEINTRESOURCEW(7)), nullptr);
+    // Not a library, no library, garbage handles.
+    ScratchDir dir;
+    WriteBytes("fake.so", "not a shared library");
+    setenv("TOVREL_ENGINE", dir.File("fake.so").c_str(), 1);
+    EXPECT_EQ(LoadLibraryW(u"qdxengine.dll"), nullptr);
+    setenv("TOVREL_ENGINE", "/no/such/engine.so", 1);
+    EXPECT_EQ(LoadLibraryW(u"qdxengine.dll"), nullptr);
+    unsetenv("TOVREL_ENGINE");
+    EXPECT_EQ(LoadLibraryW(nullptr), nullptr);
+    EXPECT_EQ(GetProcAddressW(reinterpret_cast<HMODULE>(uintptr_t(64)), u"x"), nullptr);
+    EXPECT_FALSE(FreeLibrary(nullptr));
+}
+
+TEST(Modules, ImagerTypeWordAndDefaultProfileFile) {
+    const struct {
+        const char* env;  // nullptr: unset
+        bool ok;
+        DWORD word;
+    } cases[] = {{nullptr, false, 0}, {"fail", false, 0}, {"", false, 0}, {"12x", false, 0},
+                 {"65793", true, 65793}, {"-1", true, 0xFFFFFFFFu}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.env ? c.env : "unset");
+        if (c.env) setenv("TOVREL_IMAGER_TYPE", c.env, 1);
+        else unsetenv("TOVREL_IMAGER_TYPE");
+        DWORD word = 7, got = 0;
+        EXPECT_EQ(KernelIoControl(PLAT_IOCTL_IMAGER_TYPE, nullptr, 0, &word, sizeof word, &got) != 0, c.ok);
+        if (c.ok) {
+            EXPECT_EQ(word, c.word);
+            EXPECT_EQ(got, sizeof word);
+        }
+    }
+    unsetenv("TOVREL_IMAGER_TYPE");
+    DWORD word;
+    EXPECT_FALSE(KernelIoControl(0x1234, nullptr, 0, &word, sizeof word, nullptr));
+    WCHAR path[64];
+    unsetenv("TOVREL_PROFILES");
+    ASSERT_TRUE(PlatDefaultProfileFile(path, 64));
+    EXPECT_EQ(N(path), "/Brevane/ImagingProfiles.zpf");
+    setenv("TOVREL_PROFILES", "/tmp/mine.zpf", 1);
+    ASSERT_TRUE(PlatDefaultProfileFile(path, 64));
+    EXPECT_EQ(N(path), "/tmp/mine.zpf");
+    EXPECT_FALSE(PlatDefaultProfileFile(path, 4));
+    unsetenv("TOVREL_PROFILES");
+}
+
+// Frames follow the light: exposure, illumination, the aimer, the counter.
+TEST(Engine, FramesFollowTheSettings) {
+    Engine e;
+    ASSERT_NE(e.m, nullptr);
+    e.Open();
+    ASSERT_TRUE(Proc<OnSession>(e.m, 8)(e.session));
+    const std::string first = e.Grab(), second = e.Grab();
+    ASSERT_EQ(first.size(), 640u * 480u);
+    EXPECT_TRUE(first != second);  // the frame counter
+    ASSERT_TRUE(Proc<WithValue>(e.m, 12)(e.session, 1));
+    const double lit = Mean(e.Grab());
+    ASSERT_TRUE(Proc<WithValue>(e.m, 12)(e.session, 0));
+    const double dark = Mean(e.Grab());
+    EXPECT_GT(lit, dark * 1.2);
+    const EsPair target[] = {{1, 220}};
+    ASSERT_TRUE(Proc<WithPairs>(e.m, 16)(e.session, target, sizeof target));
+    EXPECT_GT(Mean(e.Grab()), dark * 1.3);
+    ASSERT_TRUE(Proc<WithValue>(e.m, 15)(e.session, 0));  // fixed exposure: 255 x 1 by default
+    const EsPair fixed[] = {{14, 60}, {15, 1}};
+    ASSERT_TRUE(Proc<WithPairs>(e.m, 16)(e.session, fixed, sizeof fixed));
+    EXPECT_LT(Mean(e.Grab()), dark * 0.5);
+    EXPECT_FALSE(Proc<WithPairs>(e.m, 16)(e.session, fixed, 7));  // not whole pairs
+    // The aimer draws its line across the middle.
+    const std::string off = e.Grab();
+    ASSERT_TRUE(Proc<WithValue>(e.m, 13)(e.session, 1));
+    const std::string on = e.Grab();
+    EXPECT_EQ(static_cast<unsigned char>(on[240 * 640 + 320]), 255);
+    EXPECT_NE(static_cast<unsigned char>(off[240 * 640 + 320]), 255);
+    EXPECT_EQ(e.Count("QdxCtlAimer"), 1);
+    // A wide grab fills 752 columns; a turned imager delivers the same frame reversed.
+    Control<void (*)(uint32_t, uint32_t, uint32_t)>(e.m, "QdxCtlSetGeometry")(752, 480, 0);
+    EXPECT_EQ(e.Grab(27, 752 * 480).size(), 752u * 480u);
+    Engine twin;  // the same frame number on a turned imager
+    twin.Open();
+    Control<void (*)(uint32_t, uint32_t, uint32_t)>(twin.m, "QdxCtlSetGeometry")(640, 480, 2);
+    ASSERT_TRUE(Proc<OnSession>(twin.m, 8)(twin.session));
+    std::string turned = twin.Grab();
+    EXPECT_TRUE(std::string(turned.rbegin(), turned.rend()) == first);
+}
+
+// Failures on demand, the log, the counters, and bad arguments.
+TEST(Engine, FailuresLogAndCounters) {
+    Engine e;
+    ASSERT_NE(e.m, nullptr);
+    auto fail = Control<void (*)(int32_t, int32_t, int32_t)>(e.m, "QdxCtlFail");
+    fail(3, 1, 1);  // the second session fails to open
+    e.Open();
+    EXPECT_EQ(Proc<OpenSession>(e.m, 3)(), 0u);
+    DWORD other = Proc<OpenSession>(e.m, 3)();
+    EXPECT_NE(other, 0u);
+    EXPECT_EQ(e.Count("QdxCtlOpenSessions"), 2);
+    EXPECT_EQ(e.Count("QdxCtlScanSpaces"), 1);
+    fail(7, 0, -1);
+    EXPECT_FALSE(Proc<WithSpace>(e.m, 7)(e.session, e.space));
+    EXPECT_FALSE(Proc<WithSpace>(e.m, 7)(e.session, e.space));
+    fail(7, 0, 0);
+    EXPECT_TRUE(Proc<WithSpace>(e.m, 7)(e.session, e.space));
+    // Wrong sessions and spaces are refused, never followed.
+    BYTE stray[16];
+    EXPECT_FALSE(Proc<WithSpace>(e.m, 7)(other, e.space));
+    EXPECT_FALSE(Proc<WithSpace>(e.m, 7)(e.session, stray));
+    EXPECT_FALSE(Proc<WithSpace>(e.m, 6)(e.session, stray));
+    EXPECT_FALSE(Proc<OnSession>(e.m, 4)(12345));
+    EXPECT_FALSE(Proc<WithInfo>(e.m, 24)(nullptr));
+    EXPECT_TRUE(Proc<WithSpace>(e.m, 6)(e.session, e.space));
+    EXPECT_FALSE(Proc<WithSpace>(e.m, 6)(e.session, e.space));  // twice
+    EXPECT_TRUE(Proc<OnSession>(e.m, 4)(e.session));
+    EXPECT_TRUE(Proc<OnSession>(e.m, 4)(other));
+    EXPECT_TRUE(Proc<Void>(e.m, 2)());
+    EXPECT_EQ(e.Count("QdxCtlOpenSessions"), 0);
+    EXPECT_EQ(e.Count("QdxCtlScanSpaces"), 0);
+    EXPECT_EQ(e.Count("QdxCtlInitialized"), 0);
+    // The log holds every call in order, with its arguments and result.
+    QdxCall call;
+    auto entry = Control<int32_t (*)(uint32_t, QdxCall*)>(e.m, "QdxCtlLogEntry");
+    ASSERT_TRUE(entry(0, &call));
+    EXPECT_EQ(call.ordinal, 1);
+    ASSERT_TRUE(entry(3, &call));
+    EXPECT_EQ(call.ordinal, 3);
+    EXPECT_EQ(call.result, 0);
+    const uint32_t count = Control<uint32_t (*)()>(e.m, "QdxCtlLogCount")();
+    ASSERT_TRUE(entry(count - 1, &call));
+    EXPECT_EQ(call.ordinal, 2);
+    EXPECT_FALSE(entry(count, &call));
+}
+
+// Picture files replace the scene: PGM and PNG, scaled to the frame.
+TEST(Engine, FramesFromPictureFiles) {
+    ScratchDir dir;
+    std::string pgm = "P5\n# two columns\n2 2\n255\n";
+    pgm += std::string("\x10\x20\x30\x40", 4);
+    WriteBytes("a.pgm", pgm);
+    png_image image;
+    std::memset(&image, 0, sizeof image);
+    image.version = PNG_IMAGE_VERSION;
+    image.width = 1;
+    image.height = 1;
+    image.format = PNG_FORMAT_RGB;
+    const BYTE red[3] = {255, 0, 0};
+    ASSERT_TRUE(png_image_write_to_file(&image, "b.png", 0, red, 0, nullptr));
+    WriteBytes("ignored.txt", "x");
+    setenv("TOVREL_ENGINE_SOURCE", ("files:" + dir.path()).c_str(), 1);
+    Engine e;
+    unsetenv("TOVREL_ENGINE_SOURCE");
+    ASSERT_NE(e.m, nullptr);
+    e.Open();
+    const std::string a = e.Grab(), b = e.Grab(), again = e.Grab();
+    ASSERT_EQ(a.size(), 640u * 480u);
+    EXPECT_EQ(a[0], 0x10);
+    EXPECT_EQ(a[639], 0x20);
+    EXPECT_EQ(a[479 * 640], 0x30);
+    EXPECT_EQ(a[479 * 640 + 639], 0x40);
+    EXPECT_TRUE(b == std::string(640 * 480, char(b[0])));  // one red pixel, as grey
+    EXPECT_GT(static_cast<unsigned char>(b[0]), 0);
+    EXPECT_LT(static_cast<unsigned char>(b[0]), 255);
+    EXPECT_TRUE(again == a);
+    WriteBytes("a.pgm", "P5\n2 2\n255\n");  // cut short: its grab fails
+    EXPECT_FALSE(e.Grab().empty());
+    EXPECT_TRUE(e.Grab().empty());
+}
