@@ -184,6 +184,13 @@ BOOL Grab(int ordinal, DWORD session, BYTE* space, DWORD width) {
     return Leave(e, 1);
 }
 
+// A value of the engine's state, read under its mutex.
+template <class Get>
+int32_t Read(Get get) {
+    std::lock_guard<std::mutex> lock(E().mutex);
+    return get(E());
+}
+
 // Calls with a session and a value and nothing else to do but store it.
 template <class Store>
 BOOL SessionCall(int ordinal, DWORD session, LONG value, Store store) {
@@ -373,47 +380,29 @@ QDX_CONTROL int32_t QdxCtlLogEntry(uint32_t index, QdxCall* call) {
 }
 
 QDX_CONTROL int32_t QdxCtlOpenSessions(void) {
-    std::lock_guard<std::mutex> lock(E().mutex);
-    int32_t n = 0;
-    for (DWORD s : E().sessions) n += s != 0;
-    return n;
+    return Read([](const Engine& e) {
+        int32_t n = 0;
+        for (DWORD s : e.sessions) n += s != 0;
+        return n;
+    });
 }
 
 QDX_CONTROL int32_t QdxCtlScanSpaces(void) {
-    std::lock_guard<std::mutex> lock(E().mutex);
-    int32_t n = 0;
-    for (BYTE* s : E().spaces) n += s != nullptr;
-    return n;
+    return Read([](const Engine& e) {
+        int32_t n = 0;
+        for (BYTE* s : e.spaces) n += s != nullptr;
+        return n;
+    });
 }
 
-QDX_CONTROL int32_t QdxCtlInitialized(void) {
-    std::lock_guard<std::mutex> lock(E().mutex);
-    return E().initialized;
-}
-
-QDX_CONTROL int32_t QdxCtlAimer(void) {
-    std::lock_guard<std::mutex> lock(E().mutex);
-    return E().aimer;
-}
-
-QDX_CONTROL int32_t QdxCtlIllumination(void) {
-    std::lock_guard<std::mutex> lock(E().mutex);
-    return E().illumination;
-}
-
-QDX_CONTROL int32_t QdxCtlScanning(void) {
-    std::lock_guard<std::mutex> lock(E().mutex);
-    return E().scanning;
-}
-
-QDX_CONTROL int32_t QdxCtlExposureMode(void) {
-    std::lock_guard<std::mutex> lock(E().mutex);
-    return E().mode;
-}
+QDX_CONTROL int32_t QdxCtlInitialized(void) { return Read([](const Engine& e) { return int32_t(e.initialized); }); }
+QDX_CONTROL int32_t QdxCtlAimer(void) { return Read([](const Engine& e) { return e.aimer; }); }
+QDX_CONTROL int32_t QdxCtlIllumination(void) { return Read([](const Engine& e) { return e.illumination; }); }
+QDX_CONTROL int32_t QdxCtlScanning(void) { return Read([](const Engine& e) { return int32_t(e.scanning); }); }
+QDX_CONTROL int32_t QdxCtlExposureMode(void) { return Read([](const Engine& e) { return e.mode; }); }
 
 QDX_CONTROL int32_t QdxCtlExposureSetting(uint32_t id) {
-    std::lock_guard<std::mutex> lock(E().mutex);
-    return id < kSettings ? E().settings[id] : 0;
+    return Read([id](const Engine& e) { return id < kSettings ? e.settings[id] : 0; });
 }
 
 }  // extern "C"

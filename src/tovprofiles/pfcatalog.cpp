@@ -63,11 +63,12 @@ const PfEntry kCatalog[PF_FILTERS] = {
 #undef PF_FLAGS
 #undef PF_INT
 
-const PfParm* ParmRow(DWORD id, DWORD parm) {
+// One text of a parameter row; NULL outside the catalogue and for an empty row.
+const WCHAR* ParmText(DWORD id, DWORD parm, const WCHAR* PfParm::*field) {
     const PfEntry* entry = PfCatalogEntry(id);
     if (!entry || parm < 1 || parm > PF_PARMS) return nullptr;
-    const PfParm* row = &entry->Parms[parm - 1];
-    return row->pszName ? row : nullptr;
+    const PfParm& row = entry->Parms[parm - 1];
+    return row.pszName ? row.*field : nullptr;
 }
 
 }  // namespace
@@ -96,24 +97,12 @@ DWORD tovProfilePFParmNameToID(DWORD id, const WCHAR* name) {
     return 0;
 }
 
-const WCHAR* tovProfilePFParmIDToName(DWORD id, DWORD parm) {
-    const PfParm* row = ParmRow(id, parm);
-    return row ? row->pszName : nullptr;
-}
+const WCHAR* tovProfilePFParmIDToName(DWORD id, DWORD parm) { return ParmText(id, parm, &PfParm::pszName); }
 
-const WCHAR* tovProfilePFParmMin(DWORD id, DWORD parm) {
-    const PfParm* row = ParmRow(id, parm);
-    return row ? row->pszMin : nullptr;
-}
+const WCHAR* tovProfilePFParmMin(DWORD id, DWORD parm) { return ParmText(id, parm, &PfParm::pszMin); }
 
-const WCHAR* tovProfilePFParmMax(DWORD id, DWORD parm) {
-    const PfParm* row = ParmRow(id, parm);
-    return row ? row->pszMax : nullptr;
-}
+const WCHAR* tovProfilePFParmMax(DWORD id, DWORD parm) { return ParmText(id, parm, &PfParm::pszMax); }
 
-const WCHAR* tovProfilePFParmDefault(DWORD id, DWORD parm) {
-    const PfParm* row = ParmRow(id, parm);
-    return row ? row->pszDefault : nullptr;
-}
+const WCHAR* tovProfilePFParmDefault(DWORD id, DWORD parm) { return ParmText(id, parm, &PfParm::pszDefault); }
 
 }  // extern "C"

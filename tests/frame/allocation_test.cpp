@@ -130,6 +130,14 @@ const std::map<std::string, Call>& Calls() {
     return calls;
 }
 
+// The files the loads read, in the working directory.
+void WriteInputFiles() {
+    Dib picture(MakePatterned(40, 30, 8, 4));
+    ASSERT_EQ(tovSaveBMP(picture, u"in"), 0u);
+    ASSERT_EQ(tovSaveJPG(picture, u"in", 90), 0u);
+    ASSERT_EQ(tovSavePNG(picture, u"in"), 0u);
+}
+
 // The lock is free when another thread can take it at once.
 bool LockIsFree() {
     auto taken = std::async(std::launch::async, [] {
@@ -144,12 +152,7 @@ bool LockIsFree() {
 TEST(AllocationTest, EveryExportInTheTableSurvivesEachAllocationFailing) {
     for (const std::string& name : LibraryExports()) EXPECT_TRUE(Calls().count(name)) << name << " is not tested here";
     ScratchDir dir;
-    {
-        Dib picture(MakePatterned(40, 30, 8, 4));
-        ASSERT_EQ(tovSaveBMP(picture, u"in"), 0u);
-        ASSERT_EQ(tovSaveJPG(picture, u"in", 90), 0u);
-        ASSERT_EQ(tovSavePNG(picture, u"in"), 0u);
-    }
+    ASSERT_NO_FATAL_FAILURE(WriteInputFiles());
     for (const auto& [name, call] : Calls()) {
         SCOPED_TRACE(name);
         long sites = 0;
@@ -180,12 +183,7 @@ TEST(AllocationTest, EveryExportInTheTableSurvivesEachAllocationFailing) {
 
 TEST(AllocationTest, NoCppAllocationFailureLeavesAnExport) {
     ScratchDir dir;
-    {
-        Dib picture(MakePatterned(40, 30, 8, 4));
-        ASSERT_EQ(tovSaveBMP(picture, u"in"), 0u);
-        ASSERT_EQ(tovSaveJPG(picture, u"in", 90), 0u);
-        ASSERT_EQ(tovSavePNG(picture, u"in"), 0u);
-    }
+    ASSERT_NO_FATAL_FAILURE(WriteInputFiles());
     for (const auto& [name, call] : Calls()) {
         SCOPED_TRACE(name);
         for (long n = 1; n < 1000; ++n) {
