@@ -47,6 +47,25 @@ enum {
 /* File formats of tovSave, tovLoad and tovSigSave. */
 enum { tovFormatJPG = 0, tovFormatPNG = 1, tovFormatBMP = 2 };
 
+/* Capture modes of tovCaptureImage. */
+enum {
+    tovCaptureFull = 0,
+    tovCapturePreview = 1,
+    tovCaptureFullProcessed = 2,
+    tovCapturePreviewProcessed = 3
+};
+
+/* Exposure modes. */
+enum { tovExposureFixed = 0, tovExposureAutomatic = 2 };
+
+/* The flags word of tovInitCamera. */
+enum {
+    InitFlagCreateProfile = 0x8,
+    InitFlagFrame640 = 0x100,
+    InitFlagFrame752 = 0x200,
+    InitFlagReadOnlyProfile = 0x1000
+};
+
 /* Trace sinks of tovConfigDebug. */
 enum {
     tovDebugConsole = 0x01,

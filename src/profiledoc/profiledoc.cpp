@@ -319,6 +319,10 @@ DWORD SetKey(ProfileDocument* document, ProfileNode section, const WCHAR* name, 
     return node && node.set_value(utf8.c_str()) ? 0 : ProfileErrorNoData;
 }
 
+bool RemoveChild(ProfileNode parent, ProfileNode child) {
+    return parent && child && child.parent() == parent && parent.remove_child(child);
+}
+
 // Depth first without recursion, so that a deeply nested file cannot
 // exhaust the stack: each source node is copied under the copy of its
 // parent, hidden nodes and text included; a node that cannot be copied is

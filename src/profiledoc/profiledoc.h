@@ -93,6 +93,8 @@ DWORD GetKey(ProfileNode section, const WCHAR* name, ProfileValue* value);
 /* Takes the value over and clears it on every path. */
 DWORD SetKey(ProfileDocument* document, ProfileNode section, const WCHAR* name, ProfileValue* value);
 ProfileNode CopyTree(ProfileNode source, ProfileNode parent);
+/* Takes a child, with everything under it, out of its parent. */
+bool RemoveChild(ProfileNode parent, ProfileNode child);
 
 /* The "flags" attribute read as a number; 0 when it is absent. */
 LONG Flags(ProfileNode node);

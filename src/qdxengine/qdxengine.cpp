@@ -65,11 +65,15 @@ struct Engine {
     size_t logCount = 0;
     bool fromFiles = false;
     qdx::FileSource files;
+    ~Engine() {
+        for (BYTE* space : spaces) std::free(space);
+    }
 };
 
+// Lives until the library is unloaded.
 Engine& E() {
-    static Engine* engine = new Engine;  // lives to the end of the process
-    return *engine;
+    static Engine engine;
+    return engine;
 }
 
 size_t SpaceBytes() { return size_t(kWideWidth) * kHeight; }

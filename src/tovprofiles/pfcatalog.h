@@ -63,7 +63,4 @@ extern ChainSlot ChainTable[CHAIN_SLOTS];
  * False for a null or unknown parameter name. */
 bool ApplyPfParm(DWORD slot, const WCHAR* parmName, ProfileValue* value);
 
-/* Empties every slot. The lock is held by the caller. */
-void ClearChain(void);
-
 #endif

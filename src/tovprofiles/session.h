@@ -26,6 +26,17 @@ extern ProfileDocument SessionDocument;
 extern ProfileNode CurrentProfile;     /* empty: no profile open */
 extern EngineInfo SessionEngineInfo;   /* zero until an engine reports */
 
+/* Runs an export's body; a document operation that ran out of memory for
+ * a text value ends it with 6 (the lock guard inside is left on the way). */
+template <class Body>
+DWORD ProfileGuarded(Body body) {
+    try {
+        return body();
+    } catch (...) {
+        return tovErrorUnknown;
+    }
+}
+
 /* Opens a profile file and one of its profiles without a camera, and loads
  * its chain: the profile half of a session start. 0, 12 (no such profile),
  * 13 (the chain is not usable), 17 (the file cannot be loaded) or 6 (out of
@@ -33,6 +44,9 @@ extern EngineInfo SessionEngineInfo;   /* zero until an engine reports */
 DWORD ProfileOpenSession(const WCHAR* file, const WCHAR* name);
 /* Closes the document; the chain stays as it is. */
 void ProfileCloseSession(void);
+
+/* Empties every slot of the chain. The lock is held by the caller. */
+void ClearChain(void);
 
 /* 0 or 13: fills the chain from the current profile's "Processing"
  * section, writing canonical texts back into the document. The lock is

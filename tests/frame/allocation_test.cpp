@@ -126,6 +126,29 @@ const std::map<std::string, Call>& Calls() {
         {"tovGetImagerFullHeight", [](Inputs&) { return tovGetImagerFullHeight() == 0; }},
         {"tovGetImagerPreviewWidth", [](Inputs&) { return tovGetImagerPreviewWidth() == 0; }},
         {"tovGetImagerPreviewHeight", [](Inputs&) { return tovGetImagerPreviewHeight() == 0; }},
+        // The camera's calls without a session; the session's own are in the camera tests.
+        {"tovCheckImager", [](Inputs&) { return tovCheckImager() == 0; }},
+        {"tovGetImagerType", [](Inputs&) { return tovGetImagerType() == -1; }},
+        {"tovGetScanDriverRevision", [](Inputs&) { WCHAR b[64]; return tovGetScanDriverRevision(b) == 9; }},
+        {"tovCreateHDIB", [](Inputs&) { return !Made(tovCreateHDIB()); }},
+        {"tovStartCapture", [](Inputs&) { return tovStartCapture() == 9; }},
+        {"tovStopCapture", [](Inputs&) { return tovStopCapture() == 9; }},
+        {"tovCaptureImage", [](Inputs& in) { return tovCaptureImage(in.h, 0) == 9; }},
+        {"tovGetExposureMode", [](Inputs&) { DWORD m; return tovGetExposureMode(&m) == 9; }},
+        {"tovSetExposureMode", [](Inputs&) { return tovSetExposureMode(0) == 9; }},
+        {"tovGetExposureSettings", [](Inputs&) { EsPair p = {1, 0}; return tovGetExposureSettings(&p, 8) == 9; }},
+        {"tovSetExposureSettings", [](Inputs&) { EsPair p = {1, 0}; return tovSetExposureSettings(&p, 8) == 9; }},
+        {"tovProfileESParmIDToName", [](Inputs&) { return tovProfileESParmIDToName(1) != nullptr; }},
+        {"tovGetAimer", [](Inputs&) { LONG v; return tovGetAimer(&v) == 9; }},
+        {"tovSetAimer", [](Inputs&) { return tovSetAimer(1) == 9; }},
+        {"tovGetIllumination", [](Inputs&) { LONG v; return tovGetIllumination(&v) == 9; }},
+        {"tovSetIllumination", [](Inputs&) { return tovSetIllumination(1) == 9; }},
+        {"tovUninitCamera", [](Inputs&) { return tovUninitCamera() == 9; }},
+        {"tovInitCamera",
+         [](Inputs&) {
+             DWORD r = tovInitCamera(u"" TOV_SAMPLE_PROFILES, u"Labels", nullptr);
+             return r == 0 && tovUninitCamera() == 0;
+         }},
     };
     return calls;
 }
