@@ -62,7 +62,10 @@ DWORD GetMode(DWORD* pMode) {
     return tovOk;
 }
 
-DWORD GetSettings(EsPair* pairs, DWORD size) {
+// Runs visit(row, pair, section) on each pair in order under the lock; a
+// pair that is not valid, or a visit that fails, ends the walk.
+template <class Visit>
+DWORD ForEachPair(EsPair* pairs, DWORD size, Visit visit) {
     TovLockGuard lock;
     if (!CurrentProfile) return tovErrorNotInitialized;
     DWORD mode;
@@ -71,29 +74,30 @@ DWORD GetSettings(EsPair* pairs, DWORD size) {
     for (DWORD i = 0; i < size / kPairBytes; ++i) {
         const EsParm* row = ValidRow(pairs[i].id, mode);
         if (!row) return DibErrorInvalidParm;
-        ProfileValue text;
-        pairs[i].value = pdoc::GetKey(section, row->name, &text) == 0 ? LONG(_wtol(text.text)) : row->def;
+        if (DWORD result = visit(*row, pairs[i], section)) return result;
     }
     return tovOk;
 }
 
+DWORD GetSettings(EsPair* pairs, DWORD size) {
+    return ForEachPair(pairs, size, [](const EsParm& row, EsPair& pair, ProfileNode section) -> DWORD {
+        ProfileValue text;
+        pair.value = pdoc::GetKey(section, row.name, &text) == 0 ? LONG(_wtol(text.text)) : row.def;
+        return tovOk;
+    });
+}
+
+// The values are clamped in the caller's pairs, stored, and then all go to
+// the engine in one call.
 DWORD SetSettings(EsPair* pairs, DWORD size) {
     TovLockGuard lock;
-    if (!CurrentProfile) return tovErrorNotInitialized;
-    DWORD mode;
-    ProfileNode section;
-    if (ActiveSection(&mode, &section)) return tovErrorUnknown;
-    for (DWORD i = 0; i < size / kPairBytes; ++i) {
-        const EsParm* row = ValidRow(pairs[i].id, mode);
-        if (!row) return DibErrorInvalidParm;
-        LONG v = pairs[i].value;
-        if (v < row->min) v = row->min;
-        if (v > row->max) v = row->max;
-        pairs[i].value = v;
+    DWORD result = ForEachPair(pairs, size, [](const EsParm& row, EsPair& pair, ProfileNode section) -> DWORD {
+        pair.value = pair.value < row.min ? row.min : pair.value > row.max ? row.max : pair.value;
         ProfileValue value;
-        value.SetNumber(v);
-        if (pdoc::SetKey(&SessionDocument, section, row->name, &value)) return tovErrorUnknown;
-    }
+        value.SetNumber(pair.value);
+        return pdoc::SetKey(&SessionDocument, section, row.name, &value) ? tovErrorUnknown : tovOk;
+    });
+    if (result) return result;
     return Camera.engine.SetExposureSettings(Camera.hScanSession, pairs, size) ? tovOk : tovErrorUnknown;
 }
 
