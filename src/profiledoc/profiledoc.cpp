@@ -319,6 +319,16 @@ DWORD SetKey(ProfileDocument* document, ProfileNode section, const WCHAR* name, 
     return node && node.set_value(utf8.c_str()) ? 0 : ProfileErrorNoData;
 }
 
+ProfileNode AddElement(ProfileNode parent, ProfileNode before, const WCHAR* tag) {
+    if (!parent || !tag) return ProfileNode();
+    ProfileNode node = before ? parent.insert_child_before(pugi::node_element, before) : parent.append_child(pugi::node_element);
+    if (node && !node.set_name(Narrow(tag).c_str())) {
+        parent.remove_child(node);
+        return ProfileNode();
+    }
+    return node;
+}
+
 bool RemoveChild(ProfileNode parent, ProfileNode child) {
     return parent && child && child.parent() == parent && parent.remove_child(child);
 }

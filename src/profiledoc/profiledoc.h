@@ -93,6 +93,9 @@ DWORD GetKey(ProfileNode section, const WCHAR* name, ProfileValue* value);
 /* Takes the value over and clears it on every path. */
 DWORD SetKey(ProfileDocument* document, ProfileNode section, const WCHAR* name, ProfileValue* value);
 ProfileNode CopyTree(ProfileNode source, ProfileNode parent);
+/* A new element of the tag under parent: before `before`, or behind the
+ * last child when `before` is empty. Empty when it cannot be made. */
+ProfileNode AddElement(ProfileNode parent, ProfileNode before, const WCHAR* tag);
 /* Takes a child, with everything under it, out of its parent. */
 bool RemoveChild(ProfileNode parent, ProfileNode child);
 

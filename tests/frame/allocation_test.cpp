@@ -144,6 +144,16 @@ const std::map<std::string, Call>& Calls() {
         {"tovGetIllumination", [](Inputs&) { LONG v; return tovGetIllumination(&v) == 9; }},
         {"tovSetIllumination", [](Inputs&) { return tovSetIllumination(1) == 9; }},
         {"tovUninitCamera", [](Inputs&) { return tovUninitCamera() == 9; }},
+        // Profile management; the file calls on the sample, the chain calls
+        // without an open profile (the chain of a closed session stays).
+        {"tovGetProfileList", [](Inputs&) { return tovGetProfileList(u"" TOV_SAMPLE_PROFILES, nullptr, 0) == 3; }},
+        {"tovSaveProfile", [](Inputs&) { return tovSaveProfile(u"out.zpf", u"A", 0) == 9; }},
+        {"tovDeleteProfile", [](Inputs&) { return tovDeleteProfile(u"missing.zpf", u"A") == 16; }},
+        {"tovGetProfilePFID", [](Inputs&) { return tovGetProfilePFID(65) == 0; }},
+        {"tovAddProfilePF", [](Inputs&) { return tovAddProfilePF(0, 1) == 0; }},
+        {"tovDeleteProfilePF", [](Inputs&) { return tovDeleteProfilePF(1) == 6; }},
+        {"tovGetProfilePFParmValue", [](Inputs&) { WCHAR v[8]; return tovGetProfilePFParmValue(1, 1, v, 8) >= 6; }},
+        {"tovSetProfilePFParmValue", [](Inputs&) { return tovSetProfilePFParmValue(1, 1, u"1") >= 6; }},
         {"tovInitCamera",
          [](Inputs&) {
              DWORD r = tovInitCamera(u"" TOV_SAMPLE_PROFILES, u"Labels", nullptr);
