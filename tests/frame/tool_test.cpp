@@ -86,4 +86,29 @@ TEST(ToolTest, HelpVersionAndTrace) {
     EXPECT_FALSE(FileExists("imaging.log"));
 }
 
+// From a profile file to captured, processed pictures: the same as the
+// profile's chain run by tov filter over the unprocessed frame. Then the
+// chain edited from the shell reaches the next capture.
+TEST(ToolTest, CaptureRunsTheProfilesChainLikeFilter) {
+    ScratchDir dir;
+    WriteBytes("p.zpf", R"(<p><Section name="Shop"><Section name="Processing">
+        <Section name="Rank Filter"><Key name="Rank">6</Key></Section>
+        <Section name="Sharpen"><Key name="Val">12</Key></Section></Section></Section></p>)");
+    const std::string capture = "capture --profiles p.zpf --profile Shop --frames 2 ";
+    ASSERT_EQ(Tov(capture + "--out raw-%d.png").status, 0);
+    ToolRun r = Tov(capture + "--processed --out done-%d.png");
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("captured 2 full frames of 640x480, processed"), std::string::npos) << r.out;
+    ASSERT_EQ(Tov("filter raw-2.png filtered.png rank=6 sharpen=12").status, 0);
+    EXPECT_EQ(ReadFileBytes("filtered.png"), ReadFileBytes("done-2.png"));
+    ASSERT_EQ(Tov("profile set p.zpf Shop 1 rank 0").status, 0);
+    EXPECT_EQ(Tov("profile get p.zpf Shop 1 Rank").out, "0\n");
+    ASSERT_EQ(Tov(capture + "--processed --out min-%d.png").status, 0);
+    ASSERT_EQ(Tov("filter raw-2.png minimum.png rank=0 sharpen=12").status, 0);
+    EXPECT_EQ(ReadFileBytes("minimum.png"), ReadFileBytes("min-2.png"));
+    for (const char* bad : {"capture --profiles p.zpf --profile Nobody", "capture --profiles missing.zpf",
+                            "capture --mode sideways", "capture --frames 0", "profile set p.zpf Shop 9 1 1"})
+        EXPECT_EQ(Tov(bad).status, 1) << bad;
+}
+
 }  // namespace
