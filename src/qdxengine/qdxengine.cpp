@@ -6,7 +6,8 @@
 //   TOVREL_ENGINE_ORIENTATION  2: frames are delivered turned by 180 degrees
 //   TOVREL_ENGINE_SOURCE       "scene" (default): the simulated label;
 //                              "files:PATH": pictures from a folder, a file or
-//                              a list of files, in turn
+//                              a list of files, in turn;
+//                              "v4l2:DEVICE": a camera, e.g. v4l2:/dev/video0
 //
 // Every function is safe with any argument: an unknown session or scan
 // space gives FALSE. No C++ exception leaves a function.
@@ -65,6 +66,8 @@ struct Engine {
     size_t logCount = 0;
     bool fromFiles = false;
     qdx::FileSource files;
+    std::string camera;  // a V4L2 device, opened with the scan space
+    qdx::V4l2Source v4l2;
     ~Engine() {
         for (BYTE* space : spaces) std::free(space);
     }
@@ -103,8 +106,11 @@ void ResetLocked(Engine& e) {
     e.logCount = 0;
     const char* source = std::getenv("TOVREL_ENGINE_SOURCE");
     e.fromFiles = false;
+    e.v4l2.Close();
     try {
+        e.camera.clear();
         if (source && std::strncmp(source, "files:", 6) == 0) e.fromFiles = e.files.Open(source + 6);
+        if (source && std::strncmp(source, "v4l2:", 5) == 0) e.camera = source + 5;
     } catch (...) {
         e.fromFiles = false;
     }
@@ -171,7 +177,9 @@ BOOL Grab(int ordinal, DWORD session, BYTE* space, DWORD width) {
     try {
         std::vector<BYTE> upright(size_t(w) * size_t(h));
         bool drawn = true;
-        if (e.fromFiles)
+        if (!e.camera.empty())
+            drawn = e.v4l2.Draw(upright.data(), w, h);
+        else if (e.fromFiles)
             drawn = e.files.Draw(e.frame, upright.data(), w, h);
         else
             qdx::DrawScene(upright.data(), w, h, {LightLevel(e), e.aimer != 0, e.frame});
@@ -256,7 +264,13 @@ __attribute__((visibility("default"))) BYTE* QDXE_ReserveAndRegisterScanSpace(DW
     std::lock_guard<std::mutex> lock(e.mutex);
     int at = SessionIndex(e, session);
     if (Enter(e, 5, session, 0) || at < 0 || e.spaces[at]) return Leave(e, 0), nullptr;
-    e.spaces[at] = static_cast<BYTE*>(std::calloc(1, SpaceBytes()));
+    bool camera = true;
+    try {
+        camera = e.camera.empty() || e.v4l2.Open(e.camera, int(e.width), int(e.height));
+    } catch (...) {
+        camera = false;
+    }
+    if (camera) e.spaces[at] = static_cast<BYTE*>(std::calloc(1, SpaceBytes()));
     Leave(e, e.spaces[at] != nullptr);
     return e.spaces[at];
 }
@@ -268,6 +282,7 @@ __attribute__((visibility("default"))) BOOL QDXE_ReleaseScanSpace(DWORD session,
     if (Enter(e, 6, session, 0) || at < 0 || !space || e.spaces[at] != space) return Leave(e, 0);
     std::free(e.spaces[at]);
     e.spaces[at] = nullptr;
+    e.v4l2.Close();
     return Leave(e, 1);
 }
 

@@ -4,7 +4,10 @@
 // engine's frames, settings, failures and counters through its control
 // interface.
 #include "dibimages.h"
+#include "engine.h"
 #include "qdxcontrol.h"
+
+#include <linux/videodev2.h>
 
 #include <png.h>
 #include <stdlib.h>
@@ -251,4 +254,43 @@ TEST(Engine, FramesFromPictureFiles) {
     WriteBytes("a.pgm", "P5\n2 2\n255\n");  // cut short: its grab fails
     EXPECT_FALSE(e.Grab().empty());
     EXPECT_TRUE(e.Grab().empty());
+}
+
+// A camera through V4L2: the format taken, the luma of each format, and a
+// device that is missing or no camera fails at once.
+TEST(Engine, VideoDeviceFormatsAndAbsence) {
+    const uint32_t grey = v4l2_fourcc('G', 'R', 'E', 'Y'), yuyv = v4l2_fourcc('Y', 'U', 'Y', 'V'),
+                   uyvy = v4l2_fourcc('U', 'Y', 'V', 'Y'), nv12 = v4l2_fourcc('N', 'V', '1', '2'),
+                   mjpeg = v4l2_fourcc('M', 'J', 'P', 'G');
+    EXPECT_EQ(qdx::ChooseV4l2Format({mjpeg, yuyv, grey}), grey);
+    EXPECT_EQ(qdx::ChooseV4l2Format({uyvy, yuyv}), yuyv);
+    EXPECT_EQ(qdx::ChooseV4l2Format({mjpeg}), 0u);
+    // A 4x2 picture with luma 10 * (y * 4 + x), in each layout.
+    const struct { uint32_t format; int step, first; } layouts[] = {{grey, 1, 0}, {nv12, 1, 0}, {yuyv, 2, 0}, {uyvy, 2, 1}};
+    for (const auto& l : layouts) {
+        std::vector<uint8_t> data(size_t(2 * 4 * l.step) + 8, 99);
+        for (int y = 0; y < 2; ++y)
+            for (int x = 0; x < 4; ++x) data[size_t((y * 4 + x) * l.step + l.first)] = uint8_t(10 * (y * 4 + x));
+        uint8_t out[8 * 4];
+        ASSERT_TRUE(qdx::ExtractLuma(l.format, data.data(), data.size(), 4, 2, 4 * l.step, out, 8, 4));
+        EXPECT_EQ(out[0], 0);
+        EXPECT_EQ(out[7], 30);  // scaled twice: column 7 from column 3
+        EXPECT_EQ(out[8 * 3 + 2], 50);
+        EXPECT_FALSE(qdx::ExtractLuma(l.format, data.data(), 4, 4, 2, 4 * l.step, out, 8, 4));  // too short
+    }
+    uint8_t out[4];
+    EXPECT_FALSE(qdx::ExtractLuma(mjpeg, out, 4, 1, 1, 1, out, 1, 1));
+    for (const char* device : {"/dev/video-none", "/dev/null"}) {
+        qdx::V4l2Source source;
+        EXPECT_FALSE(source.Open(device, 640, 480)) << device;
+        EXPECT_FALSE(source.Draw(out, 1, 1));
+    }
+    // Through the engine: the scan space of a missing camera is refused.
+    setenv("TOVREL_ENGINE_SOURCE", "v4l2:/dev/video-none", 1);
+    Engine e;
+    unsetenv("TOVREL_ENGINE_SOURCE");
+    ASSERT_TRUE(Proc<Void>(e.m, 1)());
+    DWORD session = Proc<OpenSession>(e.m, 3)();
+    EXPECT_EQ(Proc<Reserve>(e.m, 5)(session), nullptr);
+    Proc<OnSession>(e.m, 4)(session);
 }

@@ -50,8 +50,9 @@ int RunCapture(tov::Arguments& args) {
     if (mode != "full" && mode != "preview") return tov::Fail("capture: --mode is full or preview, not " + mode);
     if (!PatternAcceptable(out)) return tov::Fail("capture: --out takes one number as %d, %03d and the like");
     if (haveEngine) {
-        if (engine != "scene" && engine.rfind("files:", 0) != 0)
-            return tov::Fail("capture: --engine is scene or files:PATH (a folder, a picture or a list of pictures)");
+        if (engine != "scene" && engine.rfind("files:", 0) != 0 && engine.rfind("v4l2:", 0) != 0)
+            return tov::Fail("capture: --engine is scene, files:PATH (a folder, a picture or a list of pictures) "
+                             "or v4l2:DEVICE");
         setenv("TOVREL_ENGINE_SOURCE", engine.c_str(), 1);
     }
     const std::u16string file = tov::Wide(profiles), name = tov::Wide(profile);
@@ -101,7 +102,7 @@ int RunCapture(tov::Arguments& args) {
 
 tov::CommandRegistrar registrar({"capture",
                                  "[--profiles FILE] [--profile NAME] [--frames N] [--mode full|preview] "
-                                 "[--processed] [--out PATTERN] [--quality Q] [--engine scene|files:PATH]",
+                                 "[--processed] [--out PATTERN] [--quality Q] [--engine scene|files:PATH|v4l2:DEVICE]",
                                  "captures frames from the imager into picture files", RunCapture});
 
 }  // namespace
