@@ -45,26 +45,26 @@ TEST(ToolTest, BadUseFailsWithAMessage) {
     ScratchDir dir;
     ASSERT_EQ(Tov("sample card.bmp").status, 0);
     WriteBytes("garbage.bmp", "BM not really a bitmap");
-    struct Case { const char* arguments, *message; } cases[] = {  // message: within the error output
-        {"", "usage: tov"},
-        {"frobnicate x", "unknown command 'frobnicate'"},
-        {"--trace 11 info card.bmp", "--trace takes a level"},
-        {"info", "expected 1 argument, got 0"},
-        {"info garbage.bmp", "garbage.bmp: cannot be read"},
-        {"info card.xyz", "unknown picture type"},
-        {"info card.bmp --colour", "unknown option --colour"},
-        {"convert card.bmp out.bmp", "--depth N is needed"},
-        {"convert card.bmp out.bmp --depth", "--depth needs a value"},
-        {"convert card.bmp out.bmp --depth 3", "DibErrorInvalidParm (7)"},
-        {"convert card.bmp out.bmp --depth 1 --quality 101", "--quality takes a number from 1 to 100"},
-        {"convert card.bmp out.bmp --depth 1 --depth 4", "--depth given twice"},
-        {"convert card.bmp nodir/out.bmp --depth 1", "nodir/out.bmp: cannot be written"},
-        {"sample big.bmp --width 5000", "--width takes a number from 1 to 4096"},
+    // message: within the error output; status 2 for a usage error, else 1.
+    struct Case { const char* arguments, *message; int status; } cases[] = {
+        {"", "usage: tov", 2},
+        {"frobnicate x", "unknown command 'frobnicate'", 2},
+        {"--trace 11 info card.bmp", "--trace takes a level", 2},
+        {"info", "expected 1 argument, got 0", 2},
+        {"info garbage.bmp", "garbage.bmp: cannot be read", 1},
+        {"info card.xyz", "unknown picture type", 1},
+        {"info card.bmp --colour", "unknown option --colour", 2},
+        {"convert card.bmp out.bmp --depth", "--depth needs a value", 2},
+        {"convert card.bmp out.bmp --depth 3", "--depth is 1, 4 or 8, not '3'", 1},
+        {"convert card.bmp out.bmp --depth 1 --quality 101", "--quality takes a number from 1 to 100", 2},
+        {"convert card.bmp out.bmp --depth 1 --depth 4", "--depth given twice", 2},
+        {"convert card.bmp nodir/out.bmp --depth 1", "nodir/out.bmp: cannot be written", 1},
+        {"sample big.bmp --width 5000", "--width takes a number from 1 to 4096", 2},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.arguments);
         ToolRun r = Tov(c.arguments);
-        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.status, c.status);
         EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
         EXPECT_EQ(r.out, "");
     }
@@ -76,8 +76,16 @@ TEST(ToolTest, HelpVersionAndTrace) {
     ScratchDir dir;
     ToolRun r = Tov("--help");
     EXPECT_EQ(r.status, 0);
-    for (const char* command : {"info FILE", "convert IN OUT --depth N", "sample OUT"})
+    for (const char* command : {"info FILE", "convert IN OUT [--depth 1|4|8]", "sample OUT", "capture [--profiles"})
         EXPECT_NE(r.out.find(command), std::string::npos) << command;
+    // Each command's help, by either way of asking, with an example.
+    for (const char* ask : {"convert --help", "help convert", "convert a.png -h"}) {
+        r = Tov(ask);
+        EXPECT_EQ(r.status, 0) << ask;
+        EXPECT_EQ(r.out.rfind("usage: tov convert IN OUT", 0), 0u) << ask;
+        EXPECT_NE(r.out.find("example: tov convert "), std::string::npos) << ask;
+    }
+    EXPECT_EQ(Tov("help nothing").status, 2);
     EXPECT_EQ(Tov("--version").out, "tov, libtovrel 2.102.30001.0\n");
     // The trace goes to standard error and leaves no log file.
     r = Tov("--trace 5 sample card.bmp --width 4 --height 4");

@@ -103,6 +103,6 @@ int RunCapture(tov::Arguments& args) {
 tov::CommandRegistrar registrar({"capture",
                                  "[--profiles FILE] [--profile NAME] [--frames N] [--mode full|preview] "
                                  "[--processed] [--out PATTERN] [--quality Q] [--engine scene|files:PATH|v4l2:DEVICE]",
-                                 "captures frames from the imager into picture files", RunCapture});
+                                 "captures frames from the imager into picture files", RunCapture, "capture --profiles profiles/sample.zpf --profile Labels --frames 10 --processed --out label-%02d.png"});
 
 }  // namespace

@@ -1,22 +1,27 @@
-// tov convert IN OUT --depth N [--quality Q]: a picture at another depth
-// (1, 4 or 8 bits), in the file type that OUT's extension names.
+// tov convert IN OUT [--depth N] [--quality Q]: a picture in the file type
+// that OUT's extension names, at its own depth or another (1, 4 or 8 bits).
 #include "commands.h"
+
+#include <cstdlib>
 
 namespace {
 
-constexpr long kMaxDepthArgument = 32;  // the library refuses all but 1, 4 and 8
 constexpr long kDefaultQuality = 80;      // JPEG only
 
 int RunConvert(tov::Arguments& args) {
     long depth;
     long quality;
-    args.IntOption("depth", 1, kMaxDepthArgument, 0, &depth);
+    std::string depthText;
+    const bool newDepth = args.Option("depth", &depthText);
     args.IntOption("quality", 1, 100, kDefaultQuality, &quality);
     if (!args.Check("convert", 2)) return 1;
-    if (depth == 0) return tov::Fail("convert: --depth N is needed (1, 4 or 8)");
+    depth = std::atol(depthText.c_str());
+    if (newDepth && depthText != "1" && depthText != "4" && depthText != "8")
+        return tov::Fail("convert: --depth is 1, 4 or 8, not '" + depthText + "'");
     std::string error;
     HDIB hdib = tov::LoadPicture(args[0], &error);
     if (!hdib) return tov::Fail(error);
+    if (!newDepth) depth = long(tovBitCount(hdib));  // the picture keeps its depth
     DWORD result = tovConvert(hdib, static_cast<DWORD>(depth));
     if (result != tovOk) {
         tovUnloadHDIB(hdib);
@@ -27,8 +32,8 @@ int RunConvert(tov::Arguments& args) {
     return result == tovOk ? 0 : tov::Fail(error);
 }
 
-tov::CommandRegistrar registrar({"convert", "IN OUT --depth N [--quality Q]",
-                                 "the picture at 1, 4 or 8 bits; JPEG quality 1-100 (80)",
-                                 RunConvert});
+tov::CommandRegistrar registrar({"convert", "IN OUT [--depth 1|4|8] [--quality Q]",
+                                 "the picture in OUT's file type, at its depth or another; JPEG quality 1-100 (80)",
+                                 RunConvert, "convert photo.png photo.bmp --depth 4"});
 
 }  // namespace

@@ -192,6 +192,10 @@ bool ParseStep(const std::string& word, Step* step, std::string* error) {
 
 int RunFilter(tov::Arguments& args) {
     const size_t count = args.Remaining();
+    if (count == 0) {  // the list of operations is the answer
+        std::fputs(UsageText().c_str(), stdout);
+        return 0;
+    }
     if (!args.Check("filter", count < 3 ? 3 : count)) {
         std::fputs(UsageText().c_str(), stderr);
         return 1;
@@ -221,6 +225,6 @@ int RunFilter(tov::Arguments& args) {
 
 tov::CommandRegistrar registrar({"filter", "IN OUT OP[=ARGS]...",
                                  "image operations in order (tov filter with no OP lists them)",
-                                 RunFilter});
+                                 RunFilter, "filter scan.png clean.png rank=4 sharpen=12 stretch"});
 
 }  // namespace

@@ -18,6 +18,6 @@ int RunInfo(tov::Arguments& args) {
     return 0;
 }
 
-tov::CommandRegistrar registrar({"info", "FILE", "width, height, depth and colours of a picture", RunInfo});
+tov::CommandRegistrar registrar({"info", "FILE", "width, height, depth and colours of a picture", RunInfo, "info scan.png"});
 
 }  // namespace

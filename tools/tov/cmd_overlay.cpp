@@ -54,6 +54,6 @@ int RunOverlay(tov::Arguments& args) {
 }
 
 tov::CommandRegistrar registrar({"overlay", "IN OUT [--text T] [--position 0-6] [--height 1-72] [--rop copy|invert]",
-                                 "stamps a text, or the date and time, on a picture", RunOverlay});
+                                 "stamps a text, or the date and time, on a picture", RunOverlay, "overlay scan.png stamped.png --text 'Lot 4711' --position 2"});
 
 }  // namespace

@@ -27,6 +27,6 @@ int RunPrn(tov::Arguments& args) {
 
 tov::CommandRegistrar registrar({"prn", "IN OUT [--width DOTS] [--margin DOTS]",
                                  "a printer raster file (Oneil); printer width 832 dots, margin 0",
-                                 RunPrn});
+                                 RunPrn, "prn label.png label.prn --width 832 --margin 16"});
 
 }  // namespace

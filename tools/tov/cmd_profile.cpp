@@ -202,6 +202,6 @@ int RunProfile(tov::Arguments& args) {
 }
 
 tov::CommandRegistrar registrar({"profile", "list|show|chain|save|delete|add|remove|set|get FILE [NAME] ...",
-                                 "lists, shows, copies, deletes and edits the profiles of a profile file", RunProfile});
+                                 "lists, shows, copies, deletes and edits the profiles of a profile file", RunProfile, "profile show profiles/sample.zpf Labels"});
 
 }  // namespace

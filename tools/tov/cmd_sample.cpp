@@ -53,6 +53,6 @@ int RunSample(tov::Arguments& args) {
 }
 
 tov::CommandRegistrar registrar({"sample", "OUT [--width W] [--height H] [--depth N]",
-                                 "writes a grey test card (160x120, 8 bits)", RunSample});
+                                 "writes a grey test card (160x120, 8 bits)", RunSample, "sample card.png --width 320 --height 240"});
 
 }  // namespace

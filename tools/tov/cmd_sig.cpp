@@ -142,6 +142,6 @@ int RunSig(tov::Arguments& args) {
 }
 
 tov::CommandRegistrar registrar({"sig", "STROKES OUT [--text T] [--rotate] [--format png|bmp|jpg] [--quality Q] [--pen W]",
-                                 "a signature picture from a stroke file", RunSig});
+                                 "a signature picture from a stroke file", RunSig, "sig strokes.txt signature.png --text 'J. Doe'"});
 
 }  // namespace

@@ -7,7 +7,9 @@
 //                                           "does foo to a picture", RunFoo});
 //
 // A command returns the program's exit status: 0 on success, 1 on any
-// failure, after telling why on standard error (tov::Fail).
+// failure, after telling why on standard error (tov::Fail). A usage error
+// found by Arguments::Check makes the program exit with 2, as image tools
+// do; `tov CMD --help` and `tov help CMD` show the command's help.
 #pragma once
 
 #include <tovrel/platform.h>
@@ -52,7 +54,11 @@ struct Command {
     const char* synopsis;  // the arguments, for the usage text
     const char* summary;   // one line
     int (*run)(Arguments& args);
+    const char* example = nullptr;  // a command line, for the help
 };
+
+// True once Check has reported a usage error.
+bool UsageErrorSeen();
 
 struct CommandRegistrar {
     explicit CommandRegistrar(const Command& command);

@@ -16,6 +16,8 @@ namespace tov {
 namespace {
 
 constexpr long kMaxTraceLevel = 10;
+constexpr int kUsageStatus = 2;
+bool g_usageError = false;
 
 std::vector<Command>& Registry() {
     static std::vector<Command> commands;  // filled by static registrars, before main
@@ -40,8 +42,23 @@ void Usage(FILE* out) {
                  "commands:\n");
     for (const Command& c : commands) {
         std::string head = std::string(c.name) + " " + c.synopsis;
-        std::fprintf(out, "  %-36s %s\n", head.c_str(), c.summary);
+        if (head.size() > 36)
+            std::fprintf(out, "  %s\n  %-36s %s\n", head.c_str(), "", c.summary);
+        else
+            std::fprintf(out, "  %-36s %s\n", head.c_str(), c.summary);
     }
+    std::fprintf(out, "\ntov help COMMAND or tov COMMAND --help shows a command's help with an example.\n");
+}
+
+void CommandHelp(const Command& c, FILE* out) {
+    std::fprintf(out, "usage: tov %s %s\n%s\n", c.name, c.synopsis, c.summary);
+    if (c.example) std::fprintf(out, "example: tov %s\n", c.example);
+}
+
+bool WantsHelp(int argc, char** argv) {
+    for (int i = 0; i < argc; ++i)
+        if (std::strcmp(argv[i], "--help") == 0 || std::strcmp(argv[i], "-h") == 0) return true;
+    return false;
 }
 
 bool ParseLong(const std::string& text, long* value) {
@@ -137,11 +154,14 @@ bool Arguments::Check(const char* command, size_t positionalCount) {
         Problem("expected " + std::to_string(positionalCount) + " argument" +
                 (positionalCount == 1 ? "" : "s") + ", got " + std::to_string(positional_.size()));
     if (!problems_) return true;
+    g_usageError = true;
     const Command* c = Find(command);
     std::fprintf(stderr, "tov %s: %s\nusage: tov %s %s\n", command, error_.c_str(), command,
                  c ? c->synopsis : "");
     return false;
 }
+
+bool UsageErrorSeen() { return g_usageError; }
 
 int Fail(const std::string& message) {
     std::fprintf(stderr, "tov: %s\n", message.c_str());
@@ -173,18 +193,29 @@ int main(int argc, char** argv) {
     int at = 1;
     if (at < argc && std::strcmp(argv[at], "--trace") == 0) {
         long level;
-        if (at + 1 >= argc || !ParseLong(argv[at + 1], &level) || level < 0 || level > kMaxTraceLevel)
-            return Fail("--trace takes a level from 0 to " + std::to_string(kMaxTraceLevel));
+        if (at + 1 >= argc || !ParseLong(argv[at + 1], &level) || level < 0 || level > kMaxTraceLevel) {
+            Fail("--trace takes a level from 0 to " + std::to_string(kMaxTraceLevel));
+            return kUsageStatus;
+        }
         tovConfigDebug(1, static_cast<DWORD>(level), tovDebugStream);
         at += 2;
     }
     if (at >= argc) {
         Usage(stderr);
-        return 1;
+        return kUsageStatus;
     }
     std::string name = argv[at];
-    if (name == "--help" || name == "-h" || name == "help") {
+    if (name == "--help" || name == "-h" || (name == "help" && at + 1 >= argc)) {
         Usage(stdout);
+        return 0;
+    }
+    if (name == "help") {
+        const Command* command = Find(argv[at + 1]);
+        if (!command) {
+            std::fprintf(stderr, "tov: unknown command '%s'\n", argv[at + 1]);
+            return kUsageStatus;
+        }
+        CommandHelp(*command, stdout);
         return 0;
     }
     if (name == "--version") {
@@ -199,8 +230,14 @@ int main(int argc, char** argv) {
     if (!command) {
         std::fprintf(stderr, "tov: unknown command '%s'\n", name.c_str());
         Usage(stderr);
-        return 1;
+        return kUsageStatus;
+    }
+    if (WantsHelp(argc - at - 1, argv + at + 1)) {
+        CommandHelp(*command, stdout);
+        return 0;
     }
     Arguments args(argc - at - 1, argv + at + 1);
-    return command->run(args) == 0 ? 0 : 1;
+    const int status = command->run(args);
+    if (g_usageError) return kUsageStatus;
+    return status == 0 ? 0 : 1;
 }
