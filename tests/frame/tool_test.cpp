@@ -52,7 +52,7 @@ TEST(ToolTest, BadUseFailsWithAMessage) {
         {"--trace 11 info card.bmp", "--trace takes a level", 2},
         {"info", "expected 1 argument, got 0", 2},
         {"info garbage.bmp", "garbage.bmp: cannot be read", 1},
-        {"info card.xyz", "unknown picture type", 1},
+        {"convert card.bmp out.xyz", "unknown picture type", 1},
         {"info card.bmp --colour", "unknown option --colour", 2},
         {"convert card.bmp out.bmp --depth", "--depth needs a value", 2},
         {"convert card.bmp out.bmp --depth 3", "--depth is 1, 4 or 8, not '3'", 1},
@@ -92,6 +92,38 @@ TEST(ToolTest, HelpVersionAndTrace) {
     EXPECT_EQ(r.status, 0);
     EXPECT_NE(r.err.find(">tovCreateHDIBExt(4,4,0,8)\r\n"), std::string::npos) << r.err;
     EXPECT_FALSE(FileExists("imaging.log"));
+}
+
+// Pictures people have: colour, 16 and 32 bits, CMYK, misnamed, piped.
+TEST(ToolTest, CommonPicturesAreReadByTheirContent) {
+    ScratchDir dir;
+    const std::string data = TestDataDir();
+    const struct {
+        std::string file;
+        bool converted;  // read as grey
+    } cases[] = {
+        {data + "/pngsuite/basn2c08.png", true},  {data + "/pngsuite/basn6a16.png", true},
+        {data + "/pngsuite/basn0g16.png", true},  {data + "/bmpsuite/g/rgb24.bmp", true},
+        {data + "/bmpsuite/g/rgb32bf.bmp", true}, {data + "/bmpsuite/g/rgb16.bmp", true},
+        {data + "/jpeg/pil_sample_cmyk.jpg", true}, {data + "/jpeg/hopper.jpg", false},
+        {data + "/pngsuite/basn0g04.png", false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.file);
+        ToolRun r = Tov("info '" + c.file + "'");
+        EXPECT_EQ(r.status, 0) << r.err;
+        EXPECT_EQ(r.out.rfind("note: a colour or deep picture", 0) == 0, c.converted) << r.out;
+    }
+    WriteBytes("grey.bmp", ReadFileBytes(data + "/pngsuite/basn0g08.png"));  // a PNG by another name
+    EXPECT_EQ(Tov("convert grey.bmp out.jpeg").status, 0);
+    EXPECT_EQ(ReadFileBytes("out.jpeg").compare(0, 2, "\xFF\xD8"), 0);
+    EXPECT_EQ(Tov("convert - piped.png < grey.bmp").status, 0);
+    EXPECT_EQ(Tov("info piped.png").status, 0);
+    ToolRun out = Tov("convert grey.bmp - ");
+    EXPECT_EQ(out.out.compare(0, 4, "\x89PNG"), 0);
+    ToolRun missing = Tov("info nothing.png");
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_NE(missing.err.find("nothing.png: No such file or directory"), std::string::npos) << missing.err;
 }
 
 // From a profile file to captured, processed pictures: the same as the

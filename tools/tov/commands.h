@@ -72,8 +72,12 @@ int Fail(const std::string& message);
 std::string ResultText(DWORD code);
 std::u16string Wide(const std::string& utf8);
 
-// Pictures by the file name's extension.
-HDIB LoadPicture(const std::string& path, std::string* error);
+// A picture of any common kind, recognised by its content ("-": standard
+// input); *converted tells that it was colour or deeper than 8 bits and
+// has been read as 8-bit grey.
+HDIB LoadPicture(const std::string& path, std::string* error, bool* converted = nullptr);
+// Writes by the name's extension (.bmp, .jpg, .jpeg, .png; "-": PNG to
+// standard output).
 DWORD SavePicture(HDIB hdib, const std::string& path, DWORD quality, std::string* error);
 
 }  // namespace tov

@@ -1,55 +1,179 @@
-// Reading and writing pictures for the commands, by the file name's
-// extension.
+// Reading and writing pictures for the commands. A picture is recognised by
+// its content, not its name; what the library's loaders take keeps its
+// depth, anything else (colour, 16 bits, CMYK) is read as 8-bit grey. The
+// output's name chooses its type (.bmp, .jpg or .jpeg, .png). "-" is
+// standard input or output.
 #include "commands.h"
+#include "decode.h"
+
+#include <stdlib.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <sstream>
 
 namespace tov {
 namespace {
 
 constexpr DWORD kUnknownFormat = 0xFFFFFFFFu;
 
-// The extensions the library's file functions keep as they are: another
-// one would get the format's extension added to the name.
-DWORD FormatOf(const std::string& path) {
-    size_t dot = path.rfind('.');
-    size_t slash = path.rfind('/');
-    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return kUnknownFormat;
-    std::string ext = path.substr(dot + 1);
-    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
+std::string Lower(std::string s) {
+    std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return char(std::tolower(c)); });
+    return s;
+}
+
+std::string Extension(const std::string& path) {
+    size_t dot = path.rfind('.'), slash = path.rfind('/');
+    if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return std::string();
+    return Lower(path.substr(dot + 1));
+}
+
+DWORD FormatOfName(const std::string& path) {
+    const std::string ext = Extension(path);
     if (ext == "bmp") return tovFormatBMP;
-    if (ext == "jpg") return tovFormatJPG;
+    if (ext == "jpg" || ext == "jpeg") return tovFormatJPG;
     if (ext == "png") return tovFormatPNG;
     return kUnknownFormat;
 }
 
-std::string Unsupported(const std::string& path) {
-    return path + ": unknown picture type (use .bmp, .jpg or .png)";
+const char* ExtensionOf(DWORD format) {
+    return format == tovFormatBMP ? "bmp" : format == tovFormatJPG ? "jpg" : "png";
+}
+
+// A private folder for files the library reads or writes under a name of
+// its liking; removed with what is in it.
+struct TempDir {
+    std::string path;
+    TempDir() {
+        const char* base = std::getenv("TMPDIR");
+        std::string pattern = std::string(base && *base ? base : "/tmp") + "/tov-XXXXXX";
+        if (mkdtemp(&pattern[0])) path = pattern;
+    }
+    ~TempDir() {
+        if (path.empty()) return;
+        for (const char* ext : {"bmp", "jpg", "png"}) unlink((path + "/picture." + ext).c_str());
+        rmdir(path.c_str());
+    }
+    std::string File(DWORD format) const { return path + "/picture." + ExtensionOf(format); }
+};
+
+bool ReadAll(const std::string& path, std::string* bytes, std::string* error) {
+    if (path == "-") {
+        std::ostringstream in;
+        in << std::cin.rdbuf();
+        *bytes = in.str();
+        return true;
+    }
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        *error = path + ": " + std::strerror(errno);
+        return false;
+    }
+    bytes->assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    return true;
+}
+
+bool WriteAll(const std::string& path, const std::string& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    return out.write(bytes.data(), std::streamsize(bytes.size())) && out.flush();
+}
+
+// The platform's reason for a failed file call, in words.
+std::string Reason(DWORD lastError) {
+    switch (lastError) {
+    case ERROR_FILE_NOT_FOUND: return "No such file or directory";
+    case ERROR_ACCESS_DENIED: return "Permission denied";
+    case ERROR_DISK_FULL: return "No space left on device";
+    case ERROR_INVALID_NAME: return "File name not valid";
+    default: return "";
+    }
+}
+
+HDIB FromGrey(const GreyPicture& g) {
+    HDIB hdib = tovCreateHDIBExt(LONG(g.width), LONG(g.height), 0, 8);
+    if (!hdib) return nullptr;
+    const size_t stride = (size_t(g.width) + 3) / 4 * 4;
+    for (long y = 0; y < g.height; ++y)  // the store is bottom-up
+        std::memcpy(tovBitsPtr(hdib) + size_t(g.height - 1 - y) * stride, g.pixels.data() + size_t(y) * size_t(g.width),
+                    size_t(g.width));
+    return hdib;
 }
 
 }  // namespace
 
-HDIB LoadPicture(const std::string& path, std::string* error) {
-    DWORD format = FormatOf(path);
-    if (format == kUnknownFormat) {
-        *error = Unsupported(path);
+HDIB LoadPicture(const std::string& path, std::string* error, bool* converted) {
+    if (converted) *converted = false;
+    std::string bytes;
+    if (!ReadAll(path, &bytes, error)) return nullptr;
+    const FileType type = TypeOfContent(bytes);
+    if (type == FileType::Unknown) {
+        *error = path + ": not a BMP, JPEG or PNG picture";
         return nullptr;
     }
-    HDIB hdib = tovLoad(Wide(path).c_str(), format);
-    if (!hdib) *error = path + ": cannot be read as a picture";
+    const DWORD format = type == FileType::Bmp ? tovFormatBMP : type == FileType::Jpeg ? tovFormatJPG : tovFormatPNG;
+    TempDir dir;
+    if (dir.path.empty() || !WriteAll(dir.File(format), bytes)) {
+        *error = path + ": no room for a temporary copy: " + std::strerror(errno);
+        return nullptr;
+    }
+    if (HDIB hdib = tovLoad(Wide(dir.File(format)).c_str(), format)) {
+        if (tovBitCount(hdib) <= 8) return hdib;
+        tovUnloadHDIB(hdib);  // deeper BMPs are read as grey below
+    }
+    GreyPicture grey;
+    std::string why;
+    if (!DecodeToGrey(bytes, &grey, &why)) {
+        *error = path + ": cannot be read as a picture: " + why;
+        return nullptr;
+    }
+    HDIB hdib = FromGrey(grey);
+    if (!hdib) *error = path + ": too large for the memory there is";
+    if (hdib && converted) *converted = true;
     return hdib;
 }
 
 DWORD SavePicture(HDIB hdib, const std::string& path, DWORD quality, std::string* error) {
-    DWORD format = FormatOf(path);
+    DWORD format = path == "-" ? DWORD(tovFormatPNG) : FormatOfName(path);
     if (format == kUnknownFormat) {
-        *error = Unsupported(path);
+        *error = path + ": unknown picture type (name it .bmp, .jpg, .jpeg or .png)";
         return DibErrorInvalidParm;
     }
-    DWORD result = tovSave(hdib, Wide(path).c_str(), format, quality);
-    if (result != tovOk) *error = path + ": cannot be written: " + ResultText(result);
-    return result;
+    // The library's own names are written in place (and replaced whole);
+    // others go through a temporary file of the library's naming.
+    const std::string ext = Extension(path);
+    if (path != "-" && ext == ExtensionOf(format)) {
+        DWORD result = tovSave(hdib, Wide(path).c_str(), format, quality);
+        if (result != tovOk) {
+            const std::string reason = Reason(GetLastError());
+            *error = path + ": cannot be written: " + (reason.empty() ? ResultText(result) : reason);
+        }
+        return result;
+    }
+    TempDir dir;
+    DWORD result = dir.path.empty() ? DWORD(DibErrorFileCreation)
+                                    : tovSave(hdib, Wide(dir.File(format)).c_str(), format, quality);
+    std::string bytes;
+    std::string ignored;
+    if (result == tovOk && ReadAll(dir.File(format), &bytes, &ignored)) {
+        if (path == "-") {
+            std::cout.write(bytes.data(), std::streamsize(bytes.size()));
+            std::cout.flush();
+            if (std::cout) return tovOk;
+        } else if (WriteAll(path, bytes)) {
+            return tovOk;
+        }
+        *error = path + ": cannot be written: " + std::strerror(errno);
+        return DibErrorFileWrite;
+    }
+    *error = path + ": cannot be written: " + ResultText(result ? result : DWORD(DibErrorFileWrite));
+    return result ? result : DWORD(DibErrorFileWrite);
 }
 
 }  // namespace tov
