@@ -126,6 +126,25 @@ TEST(ToolTest, CommonPicturesAreReadByTheirContent) {
     EXPECT_NE(missing.err.find("nothing.png: No such file or directory"), std::string::npos) << missing.err;
 }
 
+// Names that say what happens, and warnings instead of silent surprises.
+TEST(ToolTest, FriendlyNamesAndWarnings) {
+    ScratchDir dir;
+    ASSERT_EQ(Tov("sample s.png --width 80 --height 40").status, 0);
+    ASSERT_EQ(Tov("filter s.png a.png mirror flip-upside-down").status, 0);
+    ASSERT_EQ(Tov("filter s.png b.png flipvertical fliphorizontal").status, 0);
+    EXPECT_EQ(ReadFileBytes("a.png"), ReadFileBytes("b.png"));
+    EXPECT_NE(ReadFileBytes("a.png"), ReadFileBytes("s.png"));
+    ToolRun r = Tov("overlay s.png o.png --text 'a label far wider than the picture' --height 20");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_NE(r.err.find("warning: the text takes"), std::string::npos) << r.err;
+    EXPECT_EQ(Tov("overlay s.png o.png --text ok --height 10").err, "");
+    WriteBytes("strokes.txt", "40 20\n1,1 30,15\n");
+    r = Tov("sig strokes.txt sig.jpg --format png");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.err.find("would be written as sig.jpg.png"), std::string::npos) << r.err;
+    EXPECT_FALSE(FileExists("sig.jpg.png"));
+}
+
 // From a profile file to captured, processed pictures: the same as the
 // profile's chain run by tov filter over the unprocessed frame. Then the
 // chain edited from the shell reaches the next capture.

@@ -78,8 +78,11 @@ const Operation kOperations[] = {
     {"infinity", "", "9x9 detail enhancement (pictures of 7x5 and more)", 0, 0, 0, 0, Infinity},
     {"threshold", "T", "5x5 local-contrast decision, T from 1 to 255; 0: grey high-pass (3x3 and more)", 1, 1, 0,
      255, Threshold},
-    {"fliphorizontal", "", "turns the picture upside down", 0, 0, 0, 0, UpsideDown},
-    {"flipvertical", "", "mirrors the picture left to right", 0, 0, 0, 0, Mirror},
+    {"flip-upside-down", "", "turns the picture upside down", 0, 0, 0, 0, UpsideDown},
+    {"mirror", "", "mirrors the picture left to right", 0, 0, 0, 0, Mirror},
+    // The library's own names, which say the axis rather than the effect.
+    {"fliphorizontal", "", "the same as flip-upside-down", 0, 0, 0, 0, UpsideDown},
+    {"flipvertical", "", "the same as mirror", 0, 0, 0, 0, Mirror},
     {"crop", "X,Y,W,H", "cuts out W x H pixels at X,Y; the rectangle must lie inside", 4, 4, 0,
      UINT32_MAX, Crop},
     {"scale", "P", "shrinks to P percent, P from 5 to 100, nearest pixel", 1, 1, 5, 100, Scale},

@@ -5,7 +5,36 @@
 // text, copied over the picture or combined with it by exclusive or.
 #include "commands.h"
 
+#include <algorithm>
+#include <cstdio>
+#include <iterator>
+
 namespace {
+
+// The face the library's overlays use, to measure a text as it will stand.
+const WCHAR kOverlayFace[] = u"TACOMA";
+constexpr LONG kOverlayWeight = 600;
+
+// The size of the label a text takes at a height, as the overlay draws it.
+bool MeasureText(const std::u16string& text, long height, RECT* size) {
+    *size = RECT{0, 0, 0, 0};
+    HDC dc = CreateCompatibleDC(nullptr);
+    if (!dc) return false;
+    LOGFONTW lf = {};
+    lf.lfHeight = LONG(height);
+    lf.lfWeight = kOverlayWeight;
+    std::copy(std::begin(kOverlayFace), std::end(kOverlayFace), lf.lfFaceName);
+    HFONT font = CreateFontIndirectW(&lf);
+    bool ok = false;
+    if (font) {
+        HGDIOBJ old = SelectObject(dc, font);
+        ok = DrawTextW(dc, text.c_str(), int(text.size()), size, DT_CALCRECT) != 0;
+        SelectObject(dc, old);
+        DeleteObject(font);
+    }
+    DeleteDC(dc);
+    return ok;
+}
 
 constexpr long kLastPosition = 6;  // 0 top left ... 6 centre
 constexpr long kMinHeight = 1;
@@ -41,6 +70,12 @@ int RunOverlay(tov::Arguments& args) {
     std::string error;
     HDIB hdib = tov::LoadPicture(args[0], &error);
     if (!hdib) return tov::Fail(error);
+    RECT size;
+    if (hasText && MeasureText(tov::Wide(Unescape(text)), height, &size) &&
+        (size.right - size.left > tovWidth(hdib) || size.bottom - size.top > tovHeight(hdib)))
+        std::fprintf(stderr, "tov overlay: warning: the text takes %ldx%ld pixels, more than the picture's %ldx%ld; "
+                     "it is cut off (a smaller --height helps)\n", long(size.right - size.left),
+                     long(size.bottom - size.top), long(tovWidth(hdib)), long(tovHeight(hdib)));
     const DWORD rasterOp = rop == "copy" ? SRCCOPY : SRCINVERT;
     DWORD result = hasText ? tovOverlayBuffer(hdib, tov::Wide(Unescape(text)).c_str(), DWORD(position), height, rasterOp)
                            : tovOverlayTimeDate(hdib, DWORD(position), height, rasterOp);

@@ -131,6 +131,17 @@ int RunSig(tov::Arguments& args) {
     DWORD format;
     if (!FormatOf(formatName, args[1], &format))
         return tov::Fail("sig: --format takes png, bmp or jpg, not '" + formatName + "'");
+    // The library would add the format's extension to a name that has
+    // another one, and write a file nobody asked for.
+    const size_t dot = args[1].rfind('.'), slash = args[1].rfind('/');
+    if (dot != std::string::npos && (slash == std::string::npos || dot > slash)) {
+        std::string ext = args[1].substr(dot + 1);
+        for (char& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+        const char* wanted = format == tovFormatPNG ? "png" : format == tovFormatBMP ? "bmp" : "jpg";
+        if (ext != wanted)
+            return tov::Fail("sig: " + args[1] + " would be written as " + args[1] + "." + wanted +
+                             "; name it ." + wanted + " or choose another --format");
+    }
 
     std::vector<int32_t> record;
     std::string error;
