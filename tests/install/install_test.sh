@@ -11,12 +11,15 @@ prefix="$work/prefix"
 
 cmake --install "$build" --prefix "$prefix" >"$work/install.log"
 libdir=$(dirname "$(find "$prefix" -name 'libtovrel.so' | head -1)")
-for f in bin/tov include/tovrel/tovrel.h; do
+for f in bin/tov include/tovrel/tovrel.h share/bash-completion/completions/tov share/man/man1/tov.1; do
   [[ -e "$prefix/$f" ]] || { echo "not installed: $f"; exit 1; }
 done
 for lib in libtovrel.so.2 libtovplatform.so.2 libqdxengine.so; do
   [[ -e "$libdir/$lib" ]] || { echo "not installed: $lib"; exit 1; }
 done
+
+bash -n "$prefix/share/bash-completion/completions/tov"
+grep -q ' capture convert ' "$prefix/share/bash-completion/completions/tov"
 
 cmake -S "$source/examples" -B "$work/with-cmake" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >"$work/cmake.log"
 cmake --build "$work/with-cmake" >>"$work/cmake.log"

@@ -61,6 +61,62 @@ bool WantsHelp(int argc, char** argv) {
     return false;
 }
 
+std::vector<Command> Sorted() {
+    std::vector<Command> commands = Registry();
+    std::sort(commands.begin(), commands.end(),
+              [](const Command& a, const Command& b) { return std::strcmp(a.name, b.name) < 0; });
+    return commands;
+}
+
+// The options of a synopsis: every "--word" in it.
+std::string OptionsOf(const char* synopsis) {
+    std::string options, s = synopsis;
+    for (size_t at = s.find("--"); at != std::string::npos; at = s.find("--", at + 2)) {
+        size_t end = s.find_first_of(" ]=|", at);
+        options += " " + s.substr(at, end == std::string::npos ? std::string::npos : end - at);
+    }
+    return options;
+}
+
+// A bash completion script made from the command table: commands, then
+// each command's options, then file names.
+void BashCompletion() {
+    std::string names;
+    for (const Command& c : Sorted()) names += std::string(" ") + c.name;
+    std::printf("# bash completion for tov, made by tov --bash-completion\n"
+                "_tov() {\n"
+                "  local cur=${COMP_WORDS[COMP_CWORD]} cmd=${COMP_WORDS[1]}\n"
+                "  if [[ $COMP_CWORD -eq 1 ]]; then\n"
+                "    COMPREPLY=($(compgen -W \"%s help --help --version --trace\" -- \"$cur\")); return\n"
+                "  fi\n"
+                "  case $cmd in\n", names.c_str());
+    for (const Command& c : Sorted())
+        std::printf("    %s) [[ $cur == -* ]] && { COMPREPLY=($(compgen -W \"%s --help\" -- \"$cur\")); return; } ;;\n",
+                    c.name, OptionsOf(c.synopsis).c_str());
+    std::printf("    help) COMPREPLY=($(compgen -W \"%s\" -- \"$cur\")); return ;;\n"
+                "  esac\n"
+                "  COMPREPLY=($(compgen -f -- \"$cur\"))\n"
+                "}\n"
+                "complete -o filenames -F _tov tov\n", names.c_str());
+}
+
+// The manual page, in roff, from the same table.
+void ManualPage() {
+    std::printf(".TH TOV 1 \"\" \"Tovrel\" \"User Commands\"\n"
+                ".SH NAME\ntov \\- pictures, the imager and profiles through libtovrel\n"
+                ".SH SYNOPSIS\n.B tov\n[\\-\\-trace LEVEL] COMMAND ARGS...\n"
+                ".SH DESCRIPTION\nPictures are recognised by their content (BMP, PNG, JPEG); colour pictures are "
+                "read as 8\\-bit grey. The output's name chooses its type; \\- is standard input or output.\n"
+                ".SH COMMANDS\n");
+    for (const Command& c : Sorted()) {
+        std::printf(".TP\n.B %s %s\n%s.\n", c.name, c.synopsis, c.summary);
+        if (c.example) std::printf("Example: tov %s\n", c.example);
+    }
+    std::printf(".SH EXIT STATUS\n0 success, 1 failure, 2 usage error.\n"
+                ".SH ENVIRONMENT\nTOVREL_ENGINE, TOVREL_ENGINE_SOURCE, TOVREL_ENGINE_WIDTH, TOVREL_ENGINE_ORIENTATION, "
+                "TOVREL_IMAGER_TYPE, TOVREL_PROFILES: see the README.\n");
+}
+
 bool ParseLong(const std::string& text, long* value) {
     if (text.empty()) return false;
     char* end = nullptr;
@@ -216,6 +272,14 @@ int main(int argc, char** argv) {
             return kUsageStatus;
         }
         CommandHelp(*command, stdout);
+        return 0;
+    }
+    if (name == "--bash-completion") {
+        BashCompletion();
+        return 0;
+    }
+    if (name == "--man") {
+        ManualPage();
         return 0;
     }
     if (name == "--version") {
