@@ -18,6 +18,7 @@ namespace {
 constexpr long kMaxTraceLevel = 10;
 constexpr int kUsageStatus = 2;
 bool g_usageError = false;
+std::string g_command;  // the command running, for the messages
 
 std::vector<Command>& Registry() {
     static std::vector<Command> commands;  // filled by static registrars, before main
@@ -219,8 +220,16 @@ bool Arguments::Check(const char* command, size_t positionalCount) {
 
 bool UsageErrorSeen() { return g_usageError; }
 
+// Messages read "tov CMD: FILE: reason", whether or not the command
+// already named itself.
 int Fail(const std::string& message) {
-    std::fprintf(stderr, "tov: %s\n", message.c_str());
+    const std::string own = g_command + ": ";
+    if (g_command.empty()) {
+        std::fprintf(stderr, "tov: %s\n", message.c_str());
+    } else {
+        const std::string rest = message.compare(0, own.size(), own) == 0 ? message.substr(own.size()) : message;
+        std::fprintf(stderr, "tov %s: %s\n", g_command.c_str(), rest.c_str());
+    }
     return 1;
 }
 
@@ -301,6 +310,7 @@ int main(int argc, char** argv) {
         return 0;
     }
     Arguments args(argc - at - 1, argv + at + 1);
+    g_command = command->name;
     const int status = command->run(args);
     if (g_usageError) return kUsageStatus;
     return status == 0 ? 0 : 1;
