@@ -17,13 +17,14 @@
  */
 #include <string.h>
 
+#include "dibkernels.h"
 #include "dibops.h"
 
-#if defined(__GNUC__) && !defined(__clang__) && defined(__x86_64__) && \
-    !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-#define CONV_CLONES __attribute__((target_clones("avx2", "default")))
-#else
-#define CONV_CLONES
+// The rows are compiled twice, plain and for AVX2, and DibCpuHas picks one
+// at each call (so that tests can run both on any machine).
+#if defined(__GNUC__) && defined(__x86_64__)
+#define CONV_HAVE_AVX2 1
+#define CONV_AVX2 __attribute__((target("avx2")))
 #endif
 #define CONV_INLINE static inline __attribute__((always_inline))
 
@@ -207,13 +208,33 @@ CONV_INLINE void ConvolveRowsT(const ConvPlan& p, BYTE* const* copyRows, BYTE* c
     }
 }
 
-CONV_CLONES
-void ConvolveRows(const ConvPlan& p, BYTE* const* copyRows, BYTE* const* outRows, LONG height,
-                  void* acc, uint16_t* fold) {
-    if (p.narrow)
-        ConvolveRowsT(p, copyRows, outRows, height, (int16_t*)acc, fold);
-    else
+#define CONV_ROWS_BODY                                                       \
+    if (p.narrow)                                                            \
+        ConvolveRowsT(p, copyRows, outRows, height, (int16_t*)acc, fold);    \
+    else                                                                     \
         ConvolveRowsT(p, copyRows, outRows, height, (uint32_t*)acc, fold);
+
+void ConvolveRowsPlain(const ConvPlan& p, BYTE* const* copyRows, BYTE* const* outRows, LONG height, void* acc,
+                       uint16_t* fold) {
+    CONV_ROWS_BODY
+}
+
+#ifdef CONV_HAVE_AVX2
+CONV_AVX2 void ConvolveRowsAvx2(const ConvPlan& p, BYTE* const* copyRows, BYTE* const* outRows, LONG height,
+                                void* acc, uint16_t* fold) {
+    CONV_ROWS_BODY
+}
+#endif
+
+void ConvolveRows(const ConvPlan& p, BYTE* const* copyRows, BYTE* const* outRows, LONG height, void* acc,
+                  uint16_t* fold) {
+#ifdef CONV_HAVE_AVX2
+    if (DibCpuHas(DIB_CPU_AVX2)) {
+        ConvolveRowsAvx2(p, copyRows, outRows, height, acc, fold);
+        return;
+    }
+#endif
+    ConvolveRowsPlain(p, copyRows, outRows, height, acc, fold);
 }
 
 bool RowsEqual(const LONG* a, const LONG* b, LONG cols) {

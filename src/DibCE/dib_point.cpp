@@ -88,8 +88,8 @@ bool HaveWay(int way) {
     switch (way) {
     case DIB_TABLE_PORTABLE: return true;
 #ifdef DIB_HAVE_X86_PATHS
-    case DIB_TABLE_AVX2: return __builtin_cpu_supports("avx2");
-    case DIB_TABLE_VBMI: return __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512bw");
+    case DIB_TABLE_AVX2: return DibCpuHas(DIB_CPU_AVX2);
+    case DIB_TABLE_VBMI: return DibCpuHas(DIB_CPU_AVX512);
 #endif
     default: return false;
     }

@@ -156,7 +156,7 @@ DIB_AVX2 static void RankRowAvx2(const BYTE* a, const BYTE* b, const BYTE* c, BY
 extern "C" void DibRankRow8(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out, size_t n,
                             DWORD rank) {
 #ifdef DIB_HAVE_AVX2_WAY
-    if (__builtin_cpu_supports("avx2")) {
+    if (DibCpuHas(DIB_CPU_AVX2)) {
         RankRowAvx2(above, middle, below, out, n, rank);
         return;
     }
@@ -205,7 +205,7 @@ extern "C" void DibDespeckleRow8(const BYTE* above, const BYTE* middle, const BY
     // No count reaches 9: any higher threshold acts as 9.
     const BYTE limit = threshold > 9 ? 9 : (BYTE)threshold;
 #ifdef DIB_HAVE_AVX2_WAY
-    if (__builtin_cpu_supports("avx2")) {
+    if (DibCpuHas(DIB_CPU_AVX2)) {
         DespeckleRowAvx2(above, middle, below, out, n, background, limit);
         return;
     }

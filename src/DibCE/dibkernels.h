@@ -13,6 +13,23 @@
 extern "C" {
 #endif
 
+/* The one choice of code by processor (dib_cpu.cpp). Where a kernel has a
+ * way for a feature, it runs it when DibCpuHas says so: the processor has
+ * the feature and the ceiling allows it. The ceiling comes from the
+ * environment variable TOVREL_CPU ("portable", "avx2" or "avx512"; unset:
+ * everything the processor has), read once, or from DibCpuSetCeiling, so
+ * that tests run every way on any machine. */
+enum {
+    DIB_CPU_PORTABLE = 0,
+    DIB_CPU_AVX2 = 1,
+    DIB_CPU_AVX512 = 2, /* AVX-512 BW with VBMI */
+    DIB_CPU_ALL = 3
+};
+BOOL DibCpuHas(int feature);
+/* Sets the ceiling (DIB_CPU_ALL: none); a negative level returns to the
+ * environment's. */
+void DibCpuSetCeiling(int level);
+
 /* row[i] = table[row[i]] for i < n, by the fastest way this processor has
  * (dib_point.cpp). */
 void DibTableRow8(const BYTE* table, BYTE* row, size_t n);
