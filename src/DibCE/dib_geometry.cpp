@@ -5,10 +5,10 @@
  *   DibCrop            cut out a rectangle
  *   DibScale           nearest-pixel decimation by a percentage
  *
- * The flips work from a private copy (DibCreateCopy); crop and scale keep
- * only the pixels that survive, packed, while the bitmap is re-made at its
- * new size. The results are those of writing pixel for pixel from a copy
- * of the whole picture. The loops move whole bytes where the
+ * All four work from a private copy of the picture (DibCreateCopy), as
+ * their traces and failure codes tell; crop and scale re-make the bitmap at
+ * its new size and write the surviving pixels from the copy. The loops move
+ * whole bytes where the
  * pixels are byte aligned and shift bit fields otherwise; bits of a row
  * past its last pixel are never written, as with one write per pixel.
  */
@@ -155,8 +155,8 @@ inline LONG SourceIndex(LONG i, float inverse, LONG limit) {
 // out once for all rows.
 const LONG kColumnChunk = 2048;
 
-void ScaleRows(BYTE* const* srcRows, BYTE* piece, size_t stride, LONG newWidth, LONG newHeight,
-               LONG width, LONG height, float inverse, int bpp) {
+void ScaleRows(BYTE* const* srcRows, BYTE* const* dstRows, LONG newWidth, LONG newHeight, LONG width, LONG height,
+               float inverse, int bpp) {
     LONG cols[kColumnChunk];
     for (LONG x0 = 0; x0 < newWidth; x0 += kColumnChunk) {
         const LONG n = newWidth - x0 < kColumnChunk ? newWidth - x0 : kColumnChunk;
@@ -168,7 +168,7 @@ void ScaleRows(BYTE* const* srcRows, BYTE* piece, size_t stride, LONG newWidth, 
             if (cols[i] - cols[i - 1] != step) step = 0;
         for (LONG y = 0; y < newHeight; ++y) {
             const BYTE* src = srcRows[SourceIndex(y, inverse, height)];
-            BYTE* dst = piece + (size_t)y * stride;
+            BYTE* dst = dstRows[y];
             if (bpp == 8) {
                 const BYTE* s0 = src + cols[0];
                 BYTE* d0 = dst + x0;
@@ -186,35 +186,18 @@ void ScaleRows(BYTE* const* srcRows, BYTE* piece, size_t stride, LONG newWidth, 
     }
 }
 
-// The pixels that survive a crop or scale, packed row after row, kept while
-// the bitmap is re-made at its new size. Only these are copied, not the
-// whole picture. Rows of 1 and 4 bits start zeroed, since their last byte
-// is merged bit by bit.
-struct Piece {
-    BYTE* bytes;
-    size_t stride;
-};
-
-bool MakePiece(Piece& p, DWORD width, DWORD height, int bpp) {
-    p.stride = ((size_t)width * (size_t)bpp + 7) / 8;
-    p.bytes = (BYTE*)LocalAlloc(bpp == 8 ? LMEM_FIXED : LPTR, p.stride * height);
-    return p.bytes != NULL;
-}
-
-// Re-makes the bitmap at the piece's size and puts the piece in; bits past
-// the last pixel of a row stay as the new bitmap delivered them. The piece
-// is freed either way.
-DWORD RemakeWithPiece(HDIB hdib, const Piece& p, DWORD width, DWORD height, int bpp,
-                      const WCHAR* failText) {
+// Crop and scale work from a private copy of the whole picture, made before
+// the bitmap is re-made at its new size (DibResize) and unloaded after the
+// surviving pixels are written. A re-make that fails gives the copy back.
+HDIB CopyThenResize(HDIB hdib, DWORD width, DWORD height, const WCHAR* failText) {
+    HDIB copy = DibCreateCopy(hdib);
+    if (copy == NULL) return NULL;
     if (DibResize(hdib, (LONG)width, (LONG)height) != DibOk) {
         DebugTrace(DIB_LEVEL_OP, failText);
-        LocalFree(p.bytes);
-        return DibErrorUnknown;
+        DibUnload(copy);
+        return NULL;
     }
-    for (DWORD j = 0; j < height; ++j)
-        CopyPixelRun(hdib->ppRow[j], p.bytes + (size_t)j * p.stride, 0, (LONG)width, bpp);
-    LocalFree(p.bytes);
-    return DibOk;
+    return copy;
 }
 
 // Entry checks shared by the four: a good handle of a depth with pixel
@@ -280,15 +263,10 @@ DWORD DibCrop(HDIB hdib, DWORD x, DWORD y, DWORD width, DWORD height) {
         DebugTrace(DIB_LEVEL_OP, u"   !DibCrop():DibErrorInvalidParm\r\n");
         return DibErrorInvalidParm;
     }
-    Piece piece;
-    if (!MakePiece(piece, width, height, bpp)) {
-        DebugError(u"   !DibCrop():LocalAlloc:piece:Error\r\n");
-        return DibErrorUnknown;
-    }
-    for (DWORD j = 0; j < height; ++j)
-        CopyPixelRun(piece.bytes + (size_t)j * piece.stride, hdib->ppRow[y + j], x, (LONG)width, bpp);
-    if (RemakeWithPiece(hdib, piece, width, height, bpp, u"   !DibCrop():DibErrorUnknown\r\n") != DibOk)
-        return DibErrorUnknown;
+    HDIB copy = CopyThenResize(hdib, width, height, u"   !DibCrop():DibErrorUnknown\r\n");
+    if (copy == NULL) return DibErrorUnknown;
+    for (DWORD j = 0; j < height; ++j) CopyPixelRun(hdib->ppRow[j], copy->ppRow[y + j], x, (LONG)width, bpp);
+    DibUnload(copy);
     DebugTrace(DIB_LEVEL_OP, u"<DibCrop()=DibOk\r\n");
     return DibOk;
 }
@@ -310,25 +288,13 @@ DWORD DibScale(HDIB hdib, DWORD percent) {
     }
     const DWORD newHeight = (DWORD)h;
     const DWORD newWidth = (DWORD)w;
-    if (newWidth == 0 || newHeight == 0) {
-        // Nothing to sample; the re-creation refuses an empty size before it
-        // changes anything, and the picture stays.
-        if (DibResize(hdib, (LONG)newWidth, (LONG)newHeight) != DibOk) {
-            DebugTrace(DIB_LEVEL_OP, u"   !DibScale():DibErrorUnknown\r\n");
-            return DibErrorUnknown;
-        }
-    }
+    // A size of 0 is refused by the re-make, which leaves the picture.
+    HDIB copy = CopyThenResize(hdib, newWidth, newHeight, u"   !DibScale():DibErrorUnknown\r\n");
+    if (copy == NULL) return DibErrorUnknown;
     DIB_ASSERT(scalefactor != 0);
     const float inverse = 1.0f / scalefactor;
-    Piece piece;
-    if (!MakePiece(piece, newWidth, newHeight, bpp)) {
-        DebugError(u"   !DibScale():LocalAlloc:piece:Error\r\n");
-        return DibErrorUnknown;
-    }
-    ScaleRows(hdib->ppRow, piece.bytes, piece.stride, (LONG)newWidth, (LONG)newHeight, width,
-              height, inverse, bpp);
-    if (RemakeWithPiece(hdib, piece, newWidth, newHeight, bpp, u"   !DibScale():DibErrorUnknown\r\n") != DibOk)
-        return DibErrorUnknown;
+    ScaleRows(copy->ppRow, hdib->ppRow, (LONG)newWidth, (LONG)newHeight, width, height, inverse, bpp);
+    DibUnload(copy);
     DebugTrace(DIB_LEVEL_OP, u"<DibScale()=DibOk\r\n");
     return DibOk;
 }

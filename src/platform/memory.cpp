@@ -12,6 +12,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 namespace {
 
@@ -22,7 +23,8 @@ constexpr uint64_t kLiveMark = 0x4b4f4c4c4f43414cull;  // "LACOLLOK"
 constexpr uint64_t kDeadMark = 0x444145444445414dull;
 struct alignas(16) BlockHead {
     uint64_t mark;
-    uint64_t size;
+    uint64_t size;      // what the caller asked for
+    uint64_t capacity;  // what the block holds
 };
 
 std::atomic<long> g_allocations{0};
@@ -37,6 +39,55 @@ bool FaultNow() {
 }
 
 BlockHead* HeadOf(void* p) { return reinterpret_cast<BlockHead*>(p) - 1; }
+
+// Large blocks (pixel stores, working copies) are kept when freed and given
+// out again: a block fresh from the kernel costs a page fault for every
+// page, which was most of the time of an operation that makes a working
+// copy of a picture. A few blocks, bounded in bytes, and a block is reused
+// only for a request of at least half its size. The address sanitizer
+// build keeps no blocks, so that it still sees every use after a free.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr int kCacheSlots = 0;
+#else
+constexpr int kCacheSlots = 4;
+#endif
+constexpr size_t kCachedMin = size_t(256) << 10;
+constexpr size_t kCacheBytesMax = size_t(256) << 20;
+std::mutex g_cacheMutex;
+BlockHead* g_cache[kCacheSlots > 0 ? kCacheSlots : 1];
+size_t g_cacheBytes = 0;
+
+BlockHead* TakeCached(size_t bytes) {
+    if (kCacheSlots == 0 || bytes < kCachedMin) return nullptr;
+    std::lock_guard<std::mutex> lock(g_cacheMutex);
+    int best = -1;
+    for (int i = 0; i < kCacheSlots; ++i) {
+        BlockHead* h = g_cache[i];
+        if (h && h->capacity >= bytes && h->capacity / 2 <= bytes &&
+            (best < 0 || h->capacity < g_cache[best]->capacity))
+            best = i;
+    }
+    if (best < 0) return nullptr;
+    BlockHead* h = g_cache[best];
+    g_cache[best] = nullptr;
+    g_cacheBytes -= h->capacity;
+    return h;
+}
+
+// True when the block was kept.
+bool KeepCached(BlockHead* h) {
+    if (kCacheSlots == 0 || h->capacity < kCachedMin) return false;
+    std::lock_guard<std::mutex> lock(g_cacheMutex);
+    if (g_cacheBytes + h->capacity > kCacheBytesMax) return false;
+    for (BlockHead*& slot : g_cache) {
+        if (!slot) {
+            slot = h;
+            g_cacheBytes += h->capacity;
+            return true;
+        }
+    }
+    return false;
+}
 
 // Reads the head through the kernel: a pointer we never handed out may
 // have nothing readable (or nothing of its own) in front of it.
@@ -56,11 +107,17 @@ void* PlatAlloc(size_t bytes, bool zero) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
     }
-    size_t total = sizeof(BlockHead) + bytes;
-    auto* head = static_cast<BlockHead*>(zero ? std::calloc(1, total) : std::malloc(total));
-    if (!head) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
+    BlockHead* head = TakeCached(bytes);
+    if (head) {
+        if (zero) std::memset(head + 1, 0, bytes);
+    } else {
+        size_t total = sizeof(BlockHead) + bytes;
+        head = static_cast<BlockHead*>(zero ? std::calloc(1, total) : std::malloc(total));
+        if (!head) {
+            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            return nullptr;
+        }
+        head->capacity = bytes;
     }
     head->mark = kLiveMark;
     head->size = bytes;
@@ -72,7 +129,7 @@ void PlatFree(void* p) {
     if (!p) return;
     BlockHead* head = HeadOf(p);
     head->mark = kDeadMark;
-    std::free(head);
+    if (!KeepCached(head)) std::free(head);
     --g_live;
 }
 
@@ -99,6 +156,7 @@ HLOCAL LocalReAlloc(HLOCAL mem, size_t bytes, UINT flags) {
         return nullptr;  // the old block stays valid, as on the device
     }
     grown->size = bytes;
+    grown->capacity = bytes;
     if ((flags & LMEM_ZEROINIT) && bytes > old)
         std::memset(reinterpret_cast<BYTE*>(grown + 1) + old, 0, bytes - old);
     return grown + 1;

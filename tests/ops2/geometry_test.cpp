@@ -185,3 +185,25 @@ TEST(Geometry, AllocationFailure) {
 }
 
 }  // namespace
+
+namespace {
+
+// Crop and scale work from a copy of the whole picture, as their traces tell.
+TEST(Geometry, CropAndScaleTraceTheirCopy) {
+    tovtest::ScratchDir dir;
+    for (const std::function<DWORD(HDIB)>& op : {std::function<DWORD(HDIB)>([](HDIB d) { return tovCrop(d, 1, 2, 5, 3); }),
+                                                 std::function<DWORD(HDIB)>([](HDIB d) { return tovScale(d, 50); })}) {
+        Dib d = Random(13, 9, 8, 3);
+        tovtest::StartLog(5);
+        ASSERT_EQ(op(d), 0u);
+        tovtest::StopLog();
+        std::string seen;
+        for (const std::string& line : tovtest::LogLines())
+            if (line.rfind(">DibCreateCopy(", 0) == 0 || line.rfind(">DibResize(", 0) == 0 ||
+                line.rfind(">DibUnload(", 0) == 0)
+                seen += line.substr(1, line.find('(') - 1) + " ";
+        EXPECT_EQ(seen, "DibCreateCopy DibResize DibUnload ");
+    }
+}
+
+}  // namespace

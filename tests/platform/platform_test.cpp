@@ -248,3 +248,22 @@ TEST(DibSection, AllocationFailureLeaksNothing) {
 }
 
 }  // namespace
+
+// Large blocks are kept for reuse: a block asked for zeroed is zero even
+// when it was used before, and reports the size asked for.
+TEST(Memory, ReusedLargeBlocksKeepTheirPromises) {
+    const size_t big = size_t(1) << 20;
+    for (int round = 0; round < 3; ++round) {
+        auto* dirty = static_cast<BYTE*>(LocalAlloc(LMEM_FIXED, big));
+        ASSERT_NE(dirty, nullptr);
+        std::memset(dirty, 0xAB, big);
+        LocalFree(dirty);
+        auto* clean = static_cast<BYTE*>(LocalAlloc(LPTR, big - 4096 * size_t(round)));
+        ASSERT_NE(clean, nullptr);
+        EXPECT_EQ(LocalSize(clean), big - 4096 * size_t(round));
+        size_t nonzero = 0;
+        for (size_t i = 0; i < big - 4096 * size_t(round); ++i) nonzero += clean[i] != 0;
+        EXPECT_EQ(nonzero, 0u);
+        LocalFree(clean);
+    }
+}
