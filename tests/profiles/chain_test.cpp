@@ -99,6 +99,9 @@ TEST(Chain, ValuesAreClampedAndWrittenBackInCanonicalForm) {
         EXPECT_EQ(KeyInDocument(s.slot, s.key), s.text);
     }
     EXPECT_EQ(KeyInDocument(1, u"Flags"), "1");
+    ProfileValue stray(u"7");  // names the slot's filter does not have change nothing
+    EXPECT_FALSE(ApplyPfParm(1, u"Rank", &stray));
+    EXPECT_FALSE(ApplyPfParm(1, nullptr, &stray));
     EXPECT_EQ(KeyInDocument(2, u"Flags"), "0");
     EXPECT_EQ(ChainTable[6].dwID, 0u);
     int32_t level;
