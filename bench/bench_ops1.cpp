@@ -154,6 +154,33 @@ void BM_HistogramStretch(benchmark::State& state) {
 }
 BENCHMARK(BM_HistogramStretch)->Apply(benchutil::Sizes)->UseManualTime();
 
+// The stretch's two passes on their own against normalize's whole work: the
+// table over every row (part 0), and the exact count at four levels near
+// each end (part 1), the most it counts when its sample settles the points.
+void BM_StretchParts(benchmark::State& state) {
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
+    const size_t w = size_t(state.range(0)), h = size_t(state.range(1));
+    BYTE table[256];
+    for (int v = 0; v < 256; ++v) table[v] = BYTE(v);
+    const BYTE base[2] = {3, 250};
+    unsigned long long counts[8];
+    const std::function<void()> part = state.range(2) == 0
+                                           ? std::function<void()>([&] { DibTableRows8(table, p.get()->ppRow, h, w); })
+                                           : std::function<void()>([&] { DibCountNear8(p.get()->ppRow, h, w, base, 4, counts); });
+    for (auto _ : state) part();
+    benchutil::ReportRate(state, p.pixels());
+#ifdef TOV_HAVE_OPENCV
+    cv::Mat src = benchutil::View(p.get()).clone(), dst;
+    benchutil::ReportOpenCvRatio(state, part, [&] { cv::normalize(src, dst, 0, 255, cv::NORM_MINMAX); }, p.pixels());
+#endif
+}
+BENCHMARK(BM_StretchParts)
+    ->ArgsProduct({{640}, {480}, {0, 1}})
+    ->ArgsProduct({{4096}, {4096}, {0, 1}})
+    ->ArgNames({"w", "h", "part"})
+    ->Unit(benchmark::kMicrosecond);
+
 void BM_HistogramStretchLevels(benchmark::State& state) {
     Picture p(LONG(state.range(0)), LONG(state.range(1)));
     if (!benchutil::Ready(state, p)) return;
