@@ -5,7 +5,9 @@
 
 #include <tovrel/tovrel.h>
 
+#include <chrono>
 #include <cmath>
+#include <cstring>
 #include <functional>
 
 using benchutil::Picture;
@@ -104,18 +106,80 @@ void BM_GammaCorrection(benchmark::State& state) {
 }
 BENCHMARK(BM_GammaCorrection)->Apply(benchutil::Sizes);
 
+// The stretch's cost depends on the picture (it counts near its black and
+// white points), so each run starts from the same random picture again and
+// only the stretch is timed. OpenCV: normalize, and what the stretch does,
+// a histogram (calcHist) and a table (LUT).
 void BM_HistogramStretch(benchmark::State& state) {
-    Picture p(LONG(state.range(0)), LONG(state.range(1)));
-    if (!benchutil::Ready(state, p)) return;
-    const Call call = [](HDIB h) { return tovHistogramStretch(h); };
-    RunExport(state, call, p);
+    Picture p(LONG(state.range(0)), LONG(state.range(1))), original(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p) || !benchutil::Ready(state, original)) return;
+    const size_t bytes = size_t(DibRowLength(p.get())) * size_t(state.range(1));
+    const auto restore = [&] { std::memcpy(DibBitsPtr(p.get()), DibBitsPtr(original.get()), bytes); };
+    for (auto _ : state) {
+        restore();
+        const auto t0 = std::chrono::steady_clock::now();
+        const DWORD r = tovHistogramStretch(p.get());
+        const auto t1 = std::chrono::steady_clock::now();
+        if (r != tovOk) {
+            state.SkipWithError("operation failed");
+            return;
+        }
+        state.SetIterationTime(std::chrono::duration<double>(t1 - t0).count());
+    }
+    benchutil::ReportRate(state, p.pixels());
 #ifdef TOV_HAVE_OPENCV
-    cv::Mat src = benchutil::View(p.get()).clone(), dst;
-    benchutil::ReportOpenCvRatio(state, [&] { call(p.get()); },
-                                 [&] { cv::normalize(src, dst, 0, 255, cv::NORM_MINMAX); }, p.pixels());
+    cv::Mat src = benchutil::View(original.get()).clone(), dst, hist;
+    const auto ours = [&] { tovHistogramStretch(p.get()); };
+    state.counters["x_opencv"] =
+        benchutil::OpenCvRatio(ours, [&] { cv::normalize(src, dst, 0, 255, cv::NORM_MINMAX); }, restore);
+    const int channel = 0, levels = 256;
+    const float range[] = {0, 256};
+    const float* ranges[] = {range};
+    cv::Mat lut(1, 256, CV_8UC1);
+    state.counters["x_opencv_hist_lut"] = benchutil::OpenCvRatio(
+        ours,
+        [&] {
+            cv::calcHist(&src, 1, &channel, cv::Mat(), hist, 1, &levels, ranges);
+            // Both points at 2 percent, then the table.
+            const double cut = 0.02 * double(src.total());
+            int black = 0, white = 255;
+            for (double sum = 0; black < 255 && (sum += hist.at<float>(black)) <= cut;) ++black;
+            for (double sum = 0; white > 0 && (sum += hist.at<float>(white)) <= cut;) --white;
+            const int span = white > black ? white - black : 1;
+            for (int v = 0; v < 256; ++v) lut.at<uchar>(v) = cv::saturate_cast<uchar>((v - black) * 255 / span);
+            cv::LUT(src, lut, dst);
+        },
+        restore);
 #endif
 }
-BENCHMARK(BM_HistogramStretch)->Apply(benchutil::Sizes);
+BENCHMARK(BM_HistogramStretch)->Apply(benchutil::Sizes)->UseManualTime();
+
+// The stretch's two passes on their own against normalize's whole work: the
+// table over every row (part 0), and the exact count at four levels near
+// each end (part 1), the most it counts when its sample settles the points.
+void BM_StretchParts(benchmark::State& state) {
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
+    const size_t w = size_t(state.range(0)), h = size_t(state.range(1));
+    BYTE table[256];
+    for (int v = 0; v < 256; ++v) table[v] = BYTE(v);
+    const BYTE base[2] = {3, 250};
+    unsigned long long counts[8];
+    const std::function<void()> part = state.range(2) == 0
+                                           ? std::function<void()>([&] { DibTableRows8(table, p.get()->ppRow, h, w); })
+                                           : std::function<void()>([&] { DibCountNear8(p.get()->ppRow, h, w, base, 4, counts); });
+    for (auto _ : state) part();
+    benchutil::ReportRate(state, p.pixels());
+#ifdef TOV_HAVE_OPENCV
+    cv::Mat src = benchutil::View(p.get()).clone(), dst;
+    benchutil::ReportOpenCvRatio(state, part, [&] { cv::normalize(src, dst, 0, 255, cv::NORM_MINMAX); }, p.pixels());
+#endif
+}
+BENCHMARK(BM_StretchParts)
+    ->ArgsProduct({{640}, {480}, {0, 1}})
+    ->ArgsProduct({{4096}, {4096}, {0, 1}})
+    ->ArgNames({"w", "h", "part"})
+    ->Unit(benchmark::kMicrosecond);
 
 void BM_HistogramStretchLevels(benchmark::State& state) {
     Picture p(LONG(state.range(0)), LONG(state.range(1)));

@@ -14,9 +14,17 @@
  * divide through an exact vectorisable form: a shift for powers of two, a
  * float division where every sum stays below 2^24 (then the correctly
  * rounded float quotient always truncates to the integer quotient).
+ * Kernels that fit 16 bits finish (and, at 3x3, sum) in the vector row
+ * kernels of dibconv.h.
+ *
+ * The working copy is filled row by row just ahead of the rows that read
+ * it, so that each copy row is still in the cache when the window passes
+ * over it; the bitmap's own rows are overwritten only after their copies
+ * are made.
  */
 #include <string.h>
 
+#include "dibconv.h"
 #include "dibkernels.h"
 #include "dibops.h"
 
@@ -67,6 +75,9 @@ struct ConvPlan {
     LONG threshold;
     const LONG* kernel; // for the fused 3x3 loop
     bool fused3;
+    ConvNarrow n16;            // the 16-bit finish, where it applies
+    ConvRow3Fn row3;           // a whole 3x3 row in vector lanes, or NULL
+    ConvFinish16Fn finish16;   // the finish of 16-bit sums, or NULL
 };
 
 template <class Acc, class Src>
@@ -180,61 +191,55 @@ CONV_INLINE void Fused3x3(Acc* acc, const BYTE* r0, const BYTE* r1, const BYTE* 
     }
 }
 
+// One output row from the copy rows starting at the window's top row.
 template <class Acc>
-CONV_INLINE void ConvolveRowsT(const ConvPlan& p, BYTE* const* copyRows, BYTE* const* outRows,
-                               LONG height, Acc* acc, uint16_t* fold) {
+CONV_INLINE void ConvolveRowT(const ConvPlan& p, BYTE* const* copyRows, BYTE* out, Acc* acc, uint16_t* fold) {
     const LONG n = p.width;
     if (p.fused3) {
-        for (LONG y = 0; y < height; ++y) {
-            Fused3x3(acc, copyRows[y], copyRows[y + 1], copyRows[y + 2], p.kernel, n);
-            Finish(acc, outRows[y], p);
-        }
-        return;
-    }
-    for (LONG y = 0; y < height; ++y) {
+        Fused3x3(acc, copyRows[0], copyRows[1], copyRows[2], p.kernel, n);
+    } else {
         memset(acc, 0, sizeof(Acc) * (size_t)n);
         for (LONG i = 0; i < p.nrows; ++i) {
             const ConvRow& r = p.rows[i];
-            const BYTE* a = copyRows[y + r.ky1];
+            const BYTE* a = copyRows[r.ky1];
             if (r.ky2 < 0) {
                 AddKernelRow(acc, a, r, p.cols, n);
             } else {
-                const BYTE* b = copyRows[y + r.ky2];
+                const BYTE* b = copyRows[r.ky2];
                 for (LONG c = 0; c < p.copyWidth; ++c) fold[c] = (uint16_t)(a[c] + b[c]);
                 AddKernelRow(acc, (const uint16_t*)fold, r, p.cols, n);
             }
         }
-        Finish(acc, outRows[y], p);
     }
+    if (sizeof(Acc) == 2 && p.finish16)
+        p.finish16((const int16_t*)acc, out, n, p.n16);
+    else
+        Finish(acc, out, p);
 }
 
-#define CONV_ROWS_BODY                                                       \
-    if (p.narrow)                                                            \
-        ConvolveRowsT(p, copyRows, outRows, height, (int16_t*)acc, fold);    \
-    else                                                                     \
-        ConvolveRowsT(p, copyRows, outRows, height, (uint32_t*)acc, fold);
+#define CONV_ROW_BODY                                                   \
+    if (p.narrow)                                                       \
+        ConvolveRowT(p, copyRows, out, (int16_t*)acc, fold);            \
+    else                                                                \
+        ConvolveRowT(p, copyRows, out, (uint32_t*)acc, fold);
 
-void ConvolveRowsPlain(const ConvPlan& p, BYTE* const* copyRows, BYTE* const* outRows, LONG height, void* acc,
-                       uint16_t* fold) {
-    CONV_ROWS_BODY
+typedef void (*ConvolveRowFn)(const ConvPlan& p, BYTE* const* copyRows, BYTE* out, void* acc, uint16_t* fold);
+
+void ConvolveRowPlain(const ConvPlan& p, BYTE* const* copyRows, BYTE* out, void* acc, uint16_t* fold) {
+    CONV_ROW_BODY
 }
 
 #ifdef CONV_HAVE_AVX2
-CONV_AVX2 void ConvolveRowsAvx2(const ConvPlan& p, BYTE* const* copyRows, BYTE* const* outRows, LONG height,
-                                void* acc, uint16_t* fold) {
-    CONV_ROWS_BODY
+CONV_AVX2 void ConvolveRowAvx2(const ConvPlan& p, BYTE* const* copyRows, BYTE* out, void* acc, uint16_t* fold) {
+    CONV_ROW_BODY
 }
 #endif
 
-void ConvolveRows(const ConvPlan& p, BYTE* const* copyRows, BYTE* const* outRows, LONG height, void* acc,
-                  uint16_t* fold) {
+ConvolveRowFn PickConvolveRow() {
 #ifdef CONV_HAVE_AVX2
-    if (DibCpuHas(DIB_CPU_AVX2)) {
-        ConvolveRowsAvx2(p, copyRows, outRows, height, acc, fold);
-        return;
-    }
+    if (DibCpuHas(DIB_CPU_AVX2)) return ConvolveRowAvx2;
 #endif
-    ConvolveRowsPlain(p, copyRows, outRows, height, acc, fold);
+    return ConvolveRowPlain;
 }
 
 bool RowsEqual(const LONG* a, const LONG* b, LONG cols) {
@@ -245,6 +250,56 @@ bool Palindrome(const LONG* w, LONG cols) {
     for (LONG j = 0; j < cols / 2; ++j)
         if (w[j] != w[cols - 1 - j]) return false;
     return true;
+}
+
+// The 16-bit finish (dibconv.h) for a narrow kernel, and at 3x3 the whole
+// row in vector lanes; left off where the bias or the threshold would take
+// the 32-bit sum bias + q outside what the 16-bit lanes can decide.
+void PlanNarrow(ConvPlan& plan, LONG rows, LONG cols) {
+    plan.row3 = nullptr;
+    plan.finish16 = nullptr;
+    if (!plan.narrow) return;
+    ConvNarrow& q = plan.n16;
+    memset(&q, 0, sizeof q);
+    const int64_t bias = plan.bias;
+    if (plan.threshold == 0) {
+        if (bias < INT16_MIN || bias > INT16_MAX) return;
+        q.bias = (int16_t)bias;
+    } else {
+        // |q| < 2^15, so bias + q cannot wrap and 255 goes where q >= threshold - bias.
+        if (bias < (int64_t)INT32_MIN + INT16_MAX || bias > (int64_t)INT32_MAX - INT16_MAX) return;
+        int64_t limit = (int64_t)plan.threshold - bias - 1;
+        limit = limit < INT16_MIN ? INT16_MIN : limit > INT16_MAX ? INT16_MAX : limit;
+        q.threshold = true;
+        q.limit = (int16_t)limit;
+    }
+    const int64_t ad = plan.divisor < 0 ? -(int64_t)plan.divisor : (int64_t)plan.divisor;
+    q.div = ad == 1 ? ConvDivIdent : ConvDivSigned;
+    if (ad >= 2 && ad <= INT16_MAX) {
+        int bits = 0;
+        while (((int64_t)1 << bits) < ad) ++bits;
+        q.magic = (uint16_t)((((int64_t)1 << (15 + bits)) + ad - 1) / ad);
+        q.shift = bits - 1;
+    } // a larger divisor leaves magic 0: every quotient is 0
+    if (rows == 3 && cols == 3) {
+        // The divisor's sign goes into the weights: they then sum to -s.
+        bool positive = true;
+        for (int i = 0; i < 9; ++i) {
+            const LONG w = plan.divisor < 0 ? -plan.kernel[i] : plan.kernel[i];
+            q.taps[i] = (int16_t)w;
+            positive = positive && w >= 0;
+        }
+        bool ring = true;
+        for (int i = 0; i < 9; ++i) ring = ring && (i == 4 || q.taps[i] == q.taps[0]);
+        q.kind = !ring ? ConvKindTaps : (q.taps[0] == 1 && q.taps[4] == 1) ? ConvKindBox : ConvKindRing;
+        q.ringA = q.taps[0];
+        q.ringB = (int16_t)(q.taps[4] - q.taps[0]);
+        if (positive && q.div == ConvDivSigned) q.div = ConvDivUnsigned;
+        plan.row3 = ConvPickRow3(q, plan.width);
+    } else {
+        q.negate = plan.divisor < 0;
+        plan.finish16 = ConvPickFinish16(q, plan.width);
+    }
 }
 
 // Fills plan.rows (room for `rows` entries) and the arithmetic choices.
@@ -295,13 +350,47 @@ void BuildPlan(ConvPlan& plan, ConvRow* out, const LONG* kernel, LONG rows, LONG
     } else {
         plan.kind = DivScalar;
     }
+    PlanNarrow(plan, rows, cols);
 }
 
-}  // namespace
+// Fills the rows of a working copy: the mirrored top and bottom rows first,
+// then the picture's rows in order, each row with its left and right border.
+struct CopyFiller {
+    BYTE* const* src;
+    BYTE* const* dst;
+    LONG width, height, mx, my, newWidth, newHeight;
+    LONG done; // picture rows copied
 
-extern "C" {
+    CopyFiller(HDIB hdib, HDIB copy)
+        : src(hdib->ppRow), dst(copy->ppRow), width(DibWidth(hdib)), height(DibHeight(hdib)),
+          mx((DibWidth(copy) - DibWidth(hdib)) / 2), my((DibHeight(copy) - DibHeight(hdib)) / 2),
+          newWidth(DibWidth(copy)), newHeight(DibHeight(copy)), done(0) {}
 
-HDIB DibCreateCopyConvolve(HDIB hdib, LONG newHeight, LONG newWidth) {
+    void Row(LONG r, const BYTE* from) const {
+        BYTE* row = dst[r];
+        memcpy(row + mx, from, (size_t)width);
+        for (LONG i = 0; i < mx; ++i) {
+            row[i] = row[2 * mx - i];
+            row[newWidth - 1 - i] = row[width - 1 - i];
+        }
+    }
+    // The border rows, while every picture row still holds its own pixels.
+    void Start() const {
+        for (LONG i = 0; i < my; ++i) {
+            Row(i, src[my - i]);
+            Row(newHeight - 1 - i, src[height - my - 1 + i]);
+        }
+    }
+    // Copies picture rows up to and including `last`.
+    void Through(LONG last) {
+        if (last >= height) last = height - 1;
+        for (; done <= last; ++done) Row(my + done, src[done]);
+    }
+};
+
+// The working copy as DibCreateCopyConvolve traces and makes it; with fill
+// false its rows are left to a CopyFiller of the caller.
+HDIB MakeCopy(HDIB hdib, LONG newHeight, LONG newWidth, bool fill) {
     DebugTrace(DIB_LEVEL_FRAME, u">DibCreateCopyConvolve(%lld,%d,%d)\r\n", TRACE_PTR(hdib),
                newHeight, newWidth);
     if (DibIsValid(hdib) == DibErrorInvalidDIB) return NULL;
@@ -333,24 +422,21 @@ HDIB DibCreateCopyConvolve(HDIB hdib, LONG newHeight, LONG newWidth) {
         DebugError(u"   !DibCreateCopyConvolve():DibCreateFromBitmapInfo:Error\r\n");
         return NULL;
     }
-    const LONG my = (LONG)(gh / 2);
-    const LONG mx = (LONG)(gw / 2);
-    BYTE** src = hdib->ppRow;
-    BYTE** dst = copy->ppRow;
-    for (LONG r = 0; r < height; ++r) memcpy(dst[my + r] + mx, src[r], (size_t)width);
-    for (LONG i = 0; i < my; ++i) {
-        memcpy(dst[i] + mx, src[my - i], (size_t)width);
-        memcpy(dst[newHeight - 1 - i] + mx, src[height - my - 1 + i], (size_t)width);
-    }
-    for (LONG r = 0; r < newHeight; ++r) {
-        BYTE* row = dst[r];
-        for (LONG i = 0; i < mx; ++i) {
-            row[i] = row[2 * mx - i];
-            row[newWidth - 1 - i] = row[width - 1 - i];
-        }
+    if (fill) {
+        CopyFiller filler(hdib, copy);
+        filler.Start();
+        filler.Through(height - 1);
     }
     DebugTrace(DIB_LEVEL_FRAME, u"<DibCreateCopyConvolve()=%lld\r\n", TRACE_PTR(copy));
     return copy;
+}
+
+}  // namespace
+
+extern "C" {
+
+HDIB DibCreateCopyConvolve(HDIB hdib, LONG newHeight, LONG newWidth) {
+    return MakeCopy(hdib, newHeight, newWidth, true);
 }
 
 DWORD DibConvolutionFilterThreshhold(HDIB hdib, const LONG* kernel, LONG rows, LONG cols,
@@ -372,7 +458,7 @@ DWORD DibConvolutionFilterThreshhold(HDIB hdib, const LONG* kernel, LONG rows, L
     }
     const LONG my = rows / 2;
     const LONG mx = cols / 2;
-    HDIB copy = DibCreateCopyConvolve(hdib, height + 2 * my, width + 2 * mx);
+    HDIB copy = MakeCopy(hdib, height + 2 * my, width + 2 * mx, false);
     if (copy == NULL) return DibErrorUnknown;
 
     // Row scratch: the sums of one output row, a folded pair of copy rows and
@@ -387,11 +473,25 @@ DWORD DibConvolutionFilterThreshhold(HDIB hdib, const LONG* kernel, LONG rows, L
         return DibErrorMemoryAlocation;
     }
     BYTE* aligned = (BYTE*)(((uintptr_t)scratch + 63) & ~(uintptr_t)63);
+    uint16_t* fold = (uint16_t*)(aligned + accBytes);
     ConvPlan plan;
     BuildPlan(plan, (ConvRow*)(aligned + accBytes + foldBytes), kernel, rows, cols, divisor,
               bias, threshold, width, mx);
-    ConvolveRows(plan, copy->ppRow, hdib->ppRow, height, aligned,
-                 (uint16_t*)(aligned + accBytes));
+    const ConvolveRowFn convolveRow = PickConvolveRow();
+    // Output row y reads copy rows y .. y + rows - 1, the last of them
+    // picture row y + rows - 1 - my; picture row y is overwritten after it.
+    const LONG ahead = rows > 0 ? rows - 1 - my : 0;
+    CopyFiller filler(hdib, copy);
+    filler.Start();
+    BYTE* const* copyRows = copy->ppRow;
+    BYTE* const* outRows = hdib->ppRow;
+    for (LONG y = 0; y < height; ++y) {
+        filler.Through(y + ahead);
+        if (plan.row3)
+            plan.row3(copyRows[y], copyRows[y + 1], copyRows[y + 2], outRows[y], width, plan.n16);
+        else
+            convolveRow(plan, copyRows + y, outRows[y], aligned, fold);
+    }
     LocalFree(scratch);
     DibUnload(copy);
     DebugTrace(DIB_LEVEL_OP, u"<DibConvolutionFilterThreshhold()=DibOk\r\n");

@@ -40,49 +40,60 @@ void TableRowPortable(const BYTE* table, BYTE* row, size_t n) {
 // Sixteen shuffles of 16 entries each. For slice k the index is the pixel
 // minus 16k, wrapped; adding 0x70 with unsigned saturation keeps 0..15 below
 // 0x80 and pushes everything else to 0x80 and above, which the shuffle
-// turns into 0. So exactly one slice contributes to each pixel.
+// turns into 0. So exactly one slice contributes to each pixel. The table
+// is loaded once for all rows.
 __attribute__((target("avx2")))
-void TableRowAvx2(const BYTE* table, BYTE* row, size_t n) {
+void TableRowsAvx2(const BYTE* table, BYTE* const* rows, size_t height, size_t n) {
     __m256i slice[16];
     for (int k = 0; k < 16; ++k)
         slice[k] = _mm256_broadcastsi128_si256(_mm_loadu_si128((const __m128i*)(table + 16 * k)));
     const __m256i step = _mm256_set1_epi8(16), lift = _mm256_set1_epi8(0x70);
-    size_t i = 0;
-    for (; i + 32 <= n; i += 32) {
-        __m256i index = _mm256_loadu_si256((const __m256i*)(row + i));
-        __m256i r = _mm256_setzero_si256();
-        for (int k = 0; k < 16; ++k) {
-            r = _mm256_or_si256(r, _mm256_shuffle_epi8(slice[k], _mm256_adds_epu8(index, lift)));
-            index = _mm256_sub_epi8(index, step);
+    for (size_t y = 0; y < height; ++y) {
+        BYTE* row = rows[y];
+        size_t i = 0;
+        for (; i + 32 <= n; i += 32) {
+            __m256i index = _mm256_loadu_si256((const __m256i*)(row + i));
+            __m256i r = _mm256_setzero_si256();
+            for (int k = 0; k < 16; ++k) {
+                r = _mm256_or_si256(r, _mm256_shuffle_epi8(slice[k], _mm256_adds_epu8(index, lift)));
+                index = _mm256_sub_epi8(index, step);
+            }
+            _mm256_storeu_si256((__m256i*)(row + i), r);
         }
-        _mm256_storeu_si256((__m256i*)(row + i), r);
+        TableRowPortable(table, row + i, n - i);
     }
-    TableRowPortable(table, row + i, n - i);
 }
 
 // Two 128-entry byte permutes cover the table; bit 7 of the pixel picks one.
 __attribute__((target("avx512f,avx512bw,avx512vbmi")))
-void TableRowVbmi(const BYTE* table, BYTE* row, size_t n) {
+void TableRowsVbmi(const BYTE* table, BYTE* const* rows, size_t height, size_t n) {
     const __m512i t0 = _mm512_loadu_si512(table);
     const __m512i t1 = _mm512_loadu_si512(table + 64);
     const __m512i t2 = _mm512_loadu_si512(table + 128);
     const __m512i t3 = _mm512_loadu_si512(table + 192);
-    size_t i = 0;
-    for (; i + 64 <= n; i += 64) {
-        __m512i v = _mm512_loadu_si512(row + i);
-        __m512i low = _mm512_permutex2var_epi8(t0, v, t1);
-        __m512i high = _mm512_permutex2var_epi8(t2, v, t3);
-        _mm512_storeu_si512(row + i, _mm512_mask_blend_epi8(_mm512_movepi8_mask(v), low, high));
-    }
-    if (i < n) {
-        __mmask64 k = ((__mmask64)1 << (n - i)) - 1;
-        __m512i v = _mm512_maskz_loadu_epi8(k, row + i);
-        __m512i low = _mm512_permutex2var_epi8(t0, v, t1);
-        __m512i high = _mm512_permutex2var_epi8(t2, v, t3);
-        _mm512_mask_storeu_epi8(row + i, k, _mm512_mask_blend_epi8(_mm512_movepi8_mask(v), low, high));
+    const __mmask64 tail = n % 64 ? ((__mmask64)1 << (n % 64)) - 1 : 0;
+    for (size_t y = 0; y < height; ++y) {
+        BYTE* row = rows[y];
+        size_t i = 0;
+        for (; i + 64 <= n; i += 64) {
+            __m512i v = _mm512_loadu_si512(row + i);
+            __m512i low = _mm512_permutex2var_epi8(t0, v, t1);
+            __m512i high = _mm512_permutex2var_epi8(t2, v, t3);
+            _mm512_storeu_si512(row + i, _mm512_mask_blend_epi8(_mm512_movepi8_mask(v), low, high));
+        }
+        if (tail) {
+            __m512i v = _mm512_maskz_loadu_epi8(tail, row + i);
+            __m512i low = _mm512_permutex2var_epi8(t0, v, t1);
+            __m512i high = _mm512_permutex2var_epi8(t2, v, t3);
+            _mm512_mask_storeu_epi8(row + i, tail, _mm512_mask_blend_epi8(_mm512_movepi8_mask(v), low, high));
+        }
     }
 }
 #endif
+
+void TableRowsPortable(const BYTE* table, BYTE* const* rows, size_t height, size_t n) {
+    for (size_t y = 0; y < height; ++y) TableRowPortable(table, rows[y], n);
+}
 
 bool HaveWay(int way) {
     switch (way) {
@@ -95,24 +106,35 @@ bool HaveWay(int way) {
     }
 }
 
+// The way DibTableRow8 takes on this processor.
+typedef void (*TableRowsFn)(const BYTE* table, BYTE* const* rows, size_t height, size_t n);
+TableRowsFn WayFn(int way) {
+    switch (way) {
+#ifdef DIB_HAVE_X86_PATHS
+    case DIB_TABLE_AVX2: return TableRowsAvx2;
+    case DIB_TABLE_VBMI: return TableRowsVbmi;
+#endif
+    default: return TableRowsPortable;
+    }
+}
+TableRowsFn BestWay() {
+    for (int way = DIB_TABLE_WAYS - 1; way > DIB_TABLE_PORTABLE; --way)
+        if (HaveWay(way)) return WayFn(way);
+    return TableRowsPortable;
+}
+
 }  // namespace
 
 extern "C" BOOL DibTableRow8With(int way, const BYTE* table, BYTE* row, size_t n) {
     if (!HaveWay(way)) return FALSE;
-    switch (way) {
-#ifdef DIB_HAVE_X86_PATHS
-    case DIB_TABLE_AVX2: TableRowAvx2(table, row, n); break;
-    case DIB_TABLE_VBMI: TableRowVbmi(table, row, n); break;
-#endif
-    default: TableRowPortable(table, row, n); break;
-    }
+    WayFn(way)(table, &row, 1, n);
     return TRUE;
 }
 
-extern "C" void DibTableRow8(const BYTE* table, BYTE* row, size_t n) {
-    for (int way = DIB_TABLE_WAYS - 1; way > DIB_TABLE_PORTABLE; --way)
-        if (DibTableRow8With(way, table, row, n)) return;
-    TableRowPortable(table, row, n);
+extern "C" void DibTableRow8(const BYTE* table, BYTE* row, size_t n) { BestWay()(table, &row, 1, n); }
+
+extern "C" void DibTableRows8(const BYTE* table, BYTE* const* rows, size_t height, size_t n) {
+    BestWay()(table, rows, height, n);
 }
 
 /* ---- mapping a bitmap through a table of new values ---------------------- */
@@ -181,10 +203,10 @@ void MapPixels(HDIB hdib, const Picture& pic, const PointTable& t, const DibPixe
     const size_t full = width * pic.bitcount / 8;
     const DWORD rest = (DWORD)(width * pic.bitcount % 8); // bits of a last, partial byte
     const BYTE restMask = (BYTE)(0xFF00u >> rest);        // its leftmost pixels
-    for (LONG y = 0; y < pic.height; ++y) {
+    DibTableRows8(bytes, pic.rows, (size_t)pic.height, full);
+    for (LONG y = 0; rest && y < pic.height; ++y) {
         BYTE* row = pic.rows[y];
-        DibTableRow8(bytes, row, full);
-        if (rest) row[full] = (BYTE)((row[full] & ~restMask) | (bytes[row[full]] & restMask));
+        row[full] = (BYTE)((row[full] & ~restMask) | (bytes[row[full]] & restMask));
     }
 }
 
@@ -285,8 +307,7 @@ extern "C" DWORD DibGammaCorrection(HDIB hdib, double gamma) {
             table[x] = (v <= 255.0) ? (BYTE)(DWORD)v : 255; // also catches NaN
         }
     }
-    if (pic.width > 0)
-        for (LONG y = 0; y < pic.height; ++y) DibTableRow8(table, pic.rows[y], (size_t)pic.width);
+    if (pic.width > 0) DibTableRows8(table, pic.rows, (size_t)pic.height, (size_t)pic.width);
     DebugTrace(DIB_LEVEL_OP, u"<DibGammaCorrection()=DibOk\r\n");
     return DibOk;
 }

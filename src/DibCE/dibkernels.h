@@ -34,6 +34,9 @@ void DibCpuSetCeiling(int level);
  * (dib_point.cpp). */
 void DibTableRow8(const BYTE* table, BYTE* row, size_t n);
 
+/* The same on each of height rows, the way chosen once. */
+void DibTableRows8(const BYTE* table, BYTE* const* rows, size_t height, size_t n);
+
 /* The ways of DibTableRow8, for tests and benchmarks. */
 enum {
     DIB_TABLE_PORTABLE = 0, /* plain code, every processor */
@@ -47,6 +50,18 @@ BOOL DibTableRow8With(int way, const BYTE* table, BYTE* row, size_t n);
 /* Adds the first width bytes of each of the height rows to counters[256]
  * (dib_histogram.cpp). */
 void DibCountRows8(BYTE* const* rows, size_t height, size_t width, DWORD* counters);
+
+/* Pixels at or below each level of two windows of consecutive levels,
+ * base[w] + j for j < per (2 or 4), in the first width bytes of each of the
+ * height rows: counts[4 * w + j] (dib_histogram.cpp). A level past 255
+ * counts every pixel. */
+void DibCountNear8(BYTE* const* rows, size_t height, size_t width, const BYTE* base, int per,
+                   unsigned long long* counts);
+/* One way of it (DIB_CPU_PORTABLE, DIB_CPU_AVX2 or DIB_CPU_AVX512), for tests
+ * and benchmarks; FALSE, with nothing done, when this processor lacks it or
+ * per is neither 2 nor 4. */
+BOOL DibCountNear8With(int way, BYTE* const* rows, size_t height, size_t width, const BYTE* base, int per,
+                       unsigned long long* counts);
 
 /* 3x3 windows over three rows of one byte a pixel (dib_rank.cpp). Each row
  * holds n + 2 values; out[i] gets the result for the window centred on
