@@ -62,7 +62,7 @@ HDIB DibCreateGrey(LONG width, LONG height, DWORD bitcount, DWORD* failure) {
 
 DWORD DibClear(HDIB hdib, DWORD value) {
     DebugTrace(DIB_LEVEL_OP, u">DibClear(%lld, %d)\r\n", TRACE_PTR(hdib), value);
-    if (DibIsValid(hdib)) return DibErrorInvalidDIB;
+    if (DibIsInvalid(hdib)) return DibErrorInvalidDIB;
     DibPixelIO io;
     if (DibRegisterPixelIO(DibBitCount(hdib), &io)) return DibErrorInvalidDIB;
     LONG width = DibWidth(hdib), height = DibHeight(hdib);
@@ -99,7 +99,7 @@ HDIB DibCreate(LONG width, LONG height, DWORD clear) {
 
 DWORD DibRecreate(HDIB hdib, LONG width, LONG height, DWORD clear, DWORD bitcount) {
     DebugTrace(DIB_LEVEL_FRAME, u">DibRecreate()\r\n");
-    if (DibIsValid(hdib)) return DibErrorInvalidDIB;
+    if (DibIsInvalid(hdib)) return DibErrorInvalidDIB;
     if (!GreyDepth(bitcount)) {
         DebugError(u"!DibRecreate():Invalid bitcount\r\n");
         return DibErrorInvalidParm;
@@ -122,7 +122,7 @@ DWORD DibRecreate(HDIB hdib, LONG width, LONG height, DWORD clear, DWORD bitcoun
 
 DWORD DibConvert(HDIB hdib, DWORD bitcount) {
     DebugTrace(DIB_LEVEL_FRAME, u">DibConvert(%lld,%d)\r\n", TRACE_PTR(hdib), bitcount);
-    if (DibIsValid(hdib)) return DibErrorInvalidDIB;
+    if (DibIsInvalid(hdib)) return DibErrorInvalidDIB;
     DWORD from = DibBitCount(hdib);
     if (bitcount == from) return DibOk;
     if (!GreyDepth(from)) return DibErrorInvalidDIB;
@@ -158,7 +158,7 @@ DWORD DibConvert(HDIB hdib, DWORD bitcount) {
 
 DWORD DibCopy(HDIB destination, HDIB source) {
     DebugTrace(DIB_LEVEL_FRAME, u">DibCopy (%lld, %lld)\r\n", TRACE_PTR(destination), TRACE_PTR(source));
-    if (DibIsValid(destination) || DibIsValid(source)) return DibErrorInvalidDIB;
+    if (DibIsInvalid(destination) || DibIsInvalid(source)) return DibErrorInvalidDIB;
     LONG width = DibWidth(source), height = DibHeight(source);
     WORD bits = DibBitCount(source);
     if (width != DibWidth(destination) || height != DibHeight(destination) ||

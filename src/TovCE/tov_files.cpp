@@ -92,7 +92,7 @@ DWORD tovSavePRN(HDIB hdib, const WCHAR* filename, DWORD format, LONG printerwid
     // The name goes on unchanged, a null one included (the Dib layer refuses
     // it after its work on the bitmap); only a pointer that cannot be read at
     // all is stopped here, before anything would read through it.
-    if (filename && tovProbePointer(filename)) return DibErrorInvalidParm;
+    if (filename && tovCannotRead(filename)) return DibErrorInvalidParm;
     return tovLeave(DibPRNSave(filename, hdib, format, printerwidth, leftmargin), u"<tovSavePRN()=tovOk\r\n",
                     u"<tovSavePRN()=%d (Error)\r\n");
 }
