@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include <tovrel/scopeguard.h>
+
 namespace {
 
 bool GreyDepth(DWORD bitcount) { return bitcount == 8 || bitcount == 4 || bitcount == 1; }
@@ -109,13 +111,12 @@ DWORD DibRecreate(HDIB hdib, LONG width, LONG height, DWORD clear, DWORD bitcoun
         DebugError(u"!DibRecreate():LocalAlloc:pbmi:Error\r\n");
         return DibErrorUnknown;
     }
+    TovScopeGuard freeBmi([bmi] { LocalFree(bmi); });
     if (DibReCreateFromBitmapInfo(bmi, hdib)) {
         DebugError(u"!DibRecreate():DibReCreateFromBitmapInfo():Error\r\n");
-        LocalFree(bmi);
         return DibErrorUnknown;
     }
     DibClear(hdib, clear);
-    LocalFree(bmi);
     DebugTrace(DIB_LEVEL_FRAME, u"<DibRecreate()=%lld\r\n", TRACE_PTR(hdib));
     return DibOk;
 }
@@ -130,28 +131,27 @@ DWORD DibConvert(HDIB hdib, DWORD bitcount) {
 
     HDIB old = DibCreateCopy(hdib);
     if (!old) return DibErrorUnknown;
-    LONG width = DibWidth(hdib), height = DibHeight(hdib);
-    BITMAPINFO* bmi = DibGreyInfoBlock(width, height, bitcount);
-    if (!bmi) {
-        DebugError(u"   !DibConvert():LocalAlloc:pbmi:Error\r\n");
-        DebugMemoryStatus(DIB_LEVEL_FRAME);
-        DibUnload(old);
-        return DibErrorUnknown;
+    {  // the copy and the block go before the exit trace
+        TovScopeGuard unloadOld([old] { DibUnload(old); });
+        LONG width = DibWidth(hdib), height = DibHeight(hdib);
+        BITMAPINFO* bmi = DibGreyInfoBlock(width, height, bitcount);
+        if (!bmi) {
+            DebugError(u"   !DibConvert():LocalAlloc:pbmi:Error\r\n");
+            DebugMemoryStatus(DIB_LEVEL_FRAME);
+            return DibErrorUnknown;
+        }
+        TovScopeGuard freeBmi([bmi] { LocalFree(bmi); });
+        if (DibReCreateFromBitmapInfo(bmi, hdib)) {
+            DebugError(u"   !DibConvert():DibReCreateFromBitmapInfo:Error\r\n");
+            return DibErrorUnknown;
+        }
+        DibPixelIO in, out;
+        DibRegisterPixelIO(from, &in);
+        DibRegisterPixelIO(bitcount, &out);
+        for (LONG y = 0; y < height; ++y)
+            for (LONG x = 0; x < width; ++x)
+                out.set(hdib, x, y, ConvertValue(from, bitcount, in.get(old, x, y)));
     }
-    if (DibReCreateFromBitmapInfo(bmi, hdib)) {
-        DebugError(u"   !DibConvert():DibReCreateFromBitmapInfo:Error\r\n");
-        DibUnload(old);
-        LocalFree(bmi);
-        return DibErrorUnknown;
-    }
-    DibPixelIO in, out;
-    DibRegisterPixelIO(from, &in);
-    DibRegisterPixelIO(bitcount, &out);
-    for (LONG y = 0; y < height; ++y)
-        for (LONG x = 0; x < width; ++x)
-            out.set(hdib, x, y, ConvertValue(from, bitcount, in.get(old, x, y)));
-    DibUnload(old);
-    LocalFree(bmi);
     DebugTrace(DIB_LEVEL_FRAME, u"<DibConvert()=DibOk\r\n");
     return DibOk;
 }

@@ -228,17 +228,13 @@ int RunFilter(tov::Arguments& args) {
         }
     }
     std::string error;
-    HDIB hdib = tov::LoadPicture(args[0], &error);
+    const tov::Picture hdib(tov::LoadPicture(args[0], &error));
     if (!hdib) return tov::Fail(error);
     for (const Step& s : steps) {
         const DWORD result = s.op->run(hdib, s.numbers, s.gamma);
-        if (result != tovOk) {
-            tovUnloadHDIB(hdib);
-            return tov::Fail("filter: " + s.word + ": " + tov::ResultText(result));
-        }
+        if (result != tovOk) return tov::Fail("filter: " + s.word + ": " + tov::ResultText(result));
     }
     const DWORD result = tov::SavePicture(hdib, args[1], 0, &error);
-    tovUnloadHDIB(hdib);
     return result == tovOk ? 0 : tov::Fail(error);
 }
 
