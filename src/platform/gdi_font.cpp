@@ -242,11 +242,8 @@ HFONT CreateFontIndirectW(const LOGFONTW* lf) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    auto* font = static_cast<GdiFont*>(PlatAlloc(sizeof(GdiFont), true));
-    if (!font) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
+    auto* font = PlatNew<GdiFont>();
+    if (!font) return nullptr;
     if (!GdiFontLoad(font, lf)) {
         PlatFree(font);
         return nullptr;

@@ -142,11 +142,8 @@ HPEN CreatePen(int style, int width, COLORREF colour) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    auto* pen = static_cast<GdiPen*>(PlatAlloc(sizeof(GdiPen), true));
-    if (!pen) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
+    auto* pen = PlatNew<GdiPen>();
+    if (!pen) return nullptr;
     pen->type = GDI_PEN;
     pen->destroy = DestroyPen;
     pen->describe = DescribePen;

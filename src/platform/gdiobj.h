@@ -48,3 +48,9 @@ uint32_t GdiTypeOf(const void* handle);
 // fault-injection hook reaches every allocation. Zeroed when asked.
 void* PlatAlloc(size_t bytes, bool zero);
 void PlatFree(void* p);
+// A zeroed object of the platform's own; nullptr with the last error set to
+// ERROR_NOT_ENOUGH_MEMORY (by PlatAlloc), as a Win32 call out of memory says.
+template <class T>
+T* PlatNew() {
+    return static_cast<T*>(PlatAlloc(sizeof(T), true));
+}
