@@ -152,14 +152,7 @@ void DestroyFont(GdiObjectTag* self) {
 }
 
 int DescribeFont(GdiObjectTag* self, int bytes, void* out) {
-    auto* font = static_cast<GdiFont*>(self);
-    if (!out) return int(sizeof(LOGFONTW));
-    if (bytes < int(sizeof(LOGFONTW))) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
-    }
-    std::memcpy(out, &font->logFont, sizeof(LOGFONTW));
-    return int(sizeof(LOGFONTW));
+    return GdiDescribeAs(static_cast<GdiFont*>(self)->logFont, bytes, out);
 }
 
 }  // namespace

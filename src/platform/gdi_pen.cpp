@@ -25,14 +25,7 @@ void DestroyPen(GdiObjectTag* self) { PlatFree(self); }
 
 int DescribePen(GdiObjectTag* self, int bytes, void* out) {
     auto* pen = static_cast<GdiPen*>(self);
-    if (!out) return int(sizeof(LogPen));
-    if (bytes < int(sizeof(LogPen))) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
-    }
-    LogPen lp{UINT(pen->style), POINT{pen->width, 0}, pen->colour};
-    std::memcpy(out, &lp, sizeof lp);
-    return int(sizeof lp);
+    return GdiDescribeAs(LogPen{UINT(pen->style), POINT{pen->width, 0}, pen->colour}, bytes, out);
 }
 
 // The round tip: for each row of the tip, the columns it covers.
