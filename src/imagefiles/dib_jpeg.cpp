@@ -17,6 +17,7 @@
 #include <cstring>
 #include <jerror.h>
 #include <jpeglib.h>
+#include <tovrel/scopeguard.h>
 
 namespace {
 
@@ -178,6 +179,34 @@ void UseDestination(j_compress_ptr cinfo, DibJPGDestination* dest, HANDLE file) 
     cinfo->dest = &dest->pub;
 }
 
+// ---- the save's libjpeg steps --------------------------------------------------
+// Each returns false when libjpeg failed; they keep no object with a
+// destructor alive across libjpeg's jump.
+
+bool CreateCompressor(j_compress_ptr cinfo, DibJPGErrorManager* err) {
+    if (setjmp(err->jump)) return false;
+    jpeg_create_compress(cinfo);
+    return true;
+}
+
+bool Compress(j_compress_ptr cinfo, DibJPGErrorManager* err, DibJPGDestination* dest, HANDLE file, HDIB source,
+              DWORD quality) {
+    if (setjmp(err->jump)) return false;
+    UseDestination(cinfo, dest, file);
+    LONG width = DibWidth(source), height = DibHeight(source);
+    cinfo->image_width = JDIMENSION(width);
+    cinfo->image_height = JDIMENSION(height);
+    cinfo->input_components = 1;
+    cinfo->in_color_space = JCS_GRAYSCALE;
+    jpeg_set_defaults(cinfo);
+    jpeg_set_quality(cinfo, int(quality > DIB_JPG_MAX_QUALITY ? DIB_JPG_MAX_QUALITY : quality), TRUE);
+    jpeg_start_compress(cinfo, TRUE);
+    // Row bytes are samples: the colour table plays no part.
+    for (LONG y = 0; y < height; ++y) jpeg_write_scanlines(cinfo, &source->ppRow[y], 1);
+    jpeg_finish_compress(cinfo);
+    return true;
+}
+
 // ---- the load's decoder -----------------------------------------------------
 
 const DibLoadTexts kJpegTexts = {
@@ -279,56 +308,45 @@ DWORD DibJPGSave(const WCHAR* filename, DWORD quality, HDIB hdib) {
             return DibErrorUnknown;
         }
     }
-    HDIB volatile const source = temp ? temp : hdib;
+    // The copy goes last, after the exit trace of a failure, before that of
+    // a success.
+    TovScopeGuard unloadTemp([temp] {
+        if (temp) DibUnload(temp);
+    });
+    HDIB const source = temp ? temp : hdib;
 
     struct jpeg_compress_struct cinfo;
     DibJPGErrorManager err;
     DibJPGDestination dest;
-    HANDLE volatile file = INVALID_HANDLE_VALUE;
     std::memset(&cinfo, 0, sizeof cinfo);  // so that a destroy after an early jump is harmless
     SetUpErrors(&err);
     cinfo.err = &err.pub;
-    if (setjmp(err.jump)) {
+    TovScopeGuard destroyCompressor([&cinfo] { jpeg_destroy_compress(&cinfo); });
+    auto failed = [&err] {
         DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=%d (error)\r\n", err.pub.msg_code);
-        jpeg_destroy_compress(&cinfo);
-        if (file != INVALID_HANDLE_VALUE) PlatDiscardFile(file);  // the old file stays as it was
-        if (temp) DibUnload(temp);
-        return DibErrorUnknown;
-    }
-    jpeg_create_compress(&cinfo);
+        return DWORD(DibErrorUnknown);
+    };
+    if (!CreateCompressor(&cinfo, &err)) return failed();
 
-    file = CreateFileW(filename, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE const file =
+        CreateFileW(filename, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=DibErrorFileCreation\r\n");
-        jpeg_destroy_compress(&cinfo);
-        if (temp) DibUnload(temp);
         return DibErrorFileCreation;
     }
-    UseDestination(&cinfo, &dest, file);
-
-    LONG width = DibWidth(source), height = DibHeight(source);
-    cinfo.image_width = JDIMENSION(width);
-    cinfo.image_height = JDIMENSION(height);
-    cinfo.input_components = 1;
-    cinfo.in_color_space = JCS_GRAYSCALE;
-    jpeg_set_defaults(&cinfo);
-    jpeg_set_quality(&cinfo, int(quality > DIB_JPG_MAX_QUALITY ? DIB_JPG_MAX_QUALITY : quality), TRUE);
-    jpeg_start_compress(&cinfo, TRUE);
-    // Row bytes are samples: the colour table plays no part.
-    for (LONG y = 0; y < height; ++y) jpeg_write_scanlines(&cinfo, &source->ppRow[y], 1);
-    jpeg_finish_compress(&cinfo);
-
-    HANDLE done = file;
-    file = INVALID_HANDLE_VALUE;
-    DWORD result = DibOk;
-    if (!CloseHandle(done)) {
+    TovScopeGuard discardFile([file] { PlatDiscardFile(file); });  // the old file stays as it was
+    if (!Compress(&cinfo, &err, &dest, file, source, quality)) return failed();
+    discardFile.Release();
+    if (!CloseHandle(file)) {
         DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=DibErrorFileCreation\r\n");
-        result = DibErrorFileCreation;
+        return DibErrorFileCreation;
     }
+    destroyCompressor.Release();
     jpeg_destroy_compress(&cinfo);
+    unloadTemp.Release();
     if (temp) DibUnload(temp);
-    if (result == DibOk) DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=DibOK\r\n");
-    return result;
+    DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=DibOK\r\n");
+    return DibOk;
 }
 
 HDIB DibJPGLoad(const WCHAR* filename) {
