@@ -2,12 +2,13 @@
 // 8-bit file that libjpeg can reduce to grey in.
 //
 // Contents: the error manager (error_exit jumps back to the call), a source
-// and a destination manager over the platform's file handles, DibJPGSave,
-// DibJPGLoad.
+// and a destination manager over the platform's file handles, the save's
+// steps, the load's decoder, DibJPGSave, DibJPGLoad.
 //
-// libjpeg leaves through longjmp on every error. The functions below keep no
-// object with a destructor alive across the jump, and every local that
-// changes after setjmp and is read on the way out is volatile.
+// libjpeg leaves through longjmp on every error. Each step that calls it
+// sets its own jump point and answers false; no object with a destructor
+// lives inside a step, and the scope guards that clean up live in the
+// callers, outside every jump.
 #include "dibload.h"
 #include "imagefiles.h"
 
