@@ -4,6 +4,8 @@
 
 #include <cstring>
 
+#include <tovrel/scopeguard.h>
+
 namespace {
 
 bool GreyDepth(DWORD bitcount) { return bitcount == 8 || bitcount == 4 || bitcount == 1; }
@@ -62,7 +64,7 @@ HDIB DibCreateGrey(LONG width, LONG height, DWORD bitcount, DWORD* failure) {
 
 DWORD DibClear(HDIB hdib, DWORD value) {
     DebugTrace(DIB_LEVEL_OP, u">DibClear(%lld, %d)\r\n", TRACE_PTR(hdib), value);
-    if (DibIsValid(hdib)) return DibErrorInvalidDIB;
+    if (DibIsInvalid(hdib)) return DibErrorInvalidDIB;
     DibPixelIO io;
     if (DibRegisterPixelIO(DibBitCount(hdib), &io)) return DibErrorInvalidDIB;
     LONG width = DibWidth(hdib), height = DibHeight(hdib);
@@ -99,7 +101,7 @@ HDIB DibCreate(LONG width, LONG height, DWORD clear) {
 
 DWORD DibRecreate(HDIB hdib, LONG width, LONG height, DWORD clear, DWORD bitcount) {
     DebugTrace(DIB_LEVEL_FRAME, u">DibRecreate()\r\n");
-    if (DibIsValid(hdib)) return DibErrorInvalidDIB;
+    if (DibIsInvalid(hdib)) return DibErrorInvalidDIB;
     if (!GreyDepth(bitcount)) {
         DebugError(u"!DibRecreate():Invalid bitcount\r\n");
         return DibErrorInvalidParm;
@@ -109,20 +111,19 @@ DWORD DibRecreate(HDIB hdib, LONG width, LONG height, DWORD clear, DWORD bitcoun
         DebugError(u"!DibRecreate():LocalAlloc:pbmi:Error\r\n");
         return DibErrorUnknown;
     }
+    TovScopeGuard freeBmi([bmi] { LocalFree(bmi); });
     if (DibReCreateFromBitmapInfo(bmi, hdib)) {
         DebugError(u"!DibRecreate():DibReCreateFromBitmapInfo():Error\r\n");
-        LocalFree(bmi);
         return DibErrorUnknown;
     }
     DibClear(hdib, clear);
-    LocalFree(bmi);
     DebugTrace(DIB_LEVEL_FRAME, u"<DibRecreate()=%lld\r\n", TRACE_PTR(hdib));
     return DibOk;
 }
 
 DWORD DibConvert(HDIB hdib, DWORD bitcount) {
     DebugTrace(DIB_LEVEL_FRAME, u">DibConvert(%lld,%d)\r\n", TRACE_PTR(hdib), bitcount);
-    if (DibIsValid(hdib)) return DibErrorInvalidDIB;
+    if (DibIsInvalid(hdib)) return DibErrorInvalidDIB;
     DWORD from = DibBitCount(hdib);
     if (bitcount == from) return DibOk;
     if (!GreyDepth(from)) return DibErrorInvalidDIB;
@@ -130,35 +131,34 @@ DWORD DibConvert(HDIB hdib, DWORD bitcount) {
 
     HDIB old = DibCreateCopy(hdib);
     if (!old) return DibErrorUnknown;
-    LONG width = DibWidth(hdib), height = DibHeight(hdib);
-    BITMAPINFO* bmi = DibGreyInfoBlock(width, height, bitcount);
-    if (!bmi) {
-        DebugError(u"   !DibConvert():LocalAlloc:pbmi:Error\r\n");
-        DebugMemoryStatus(DIB_LEVEL_FRAME);
-        DibUnload(old);
-        return DibErrorUnknown;
+    {  // the copy and the block go before the exit trace
+        TovScopeGuard unloadOld([old] { DibUnload(old); });
+        LONG width = DibWidth(hdib), height = DibHeight(hdib);
+        BITMAPINFO* bmi = DibGreyInfoBlock(width, height, bitcount);
+        if (!bmi) {
+            DebugError(u"   !DibConvert():LocalAlloc:pbmi:Error\r\n");
+            DebugMemoryStatus(DIB_LEVEL_FRAME);
+            return DibErrorUnknown;
+        }
+        TovScopeGuard freeBmi([bmi] { LocalFree(bmi); });
+        if (DibReCreateFromBitmapInfo(bmi, hdib)) {
+            DebugError(u"   !DibConvert():DibReCreateFromBitmapInfo:Error\r\n");
+            return DibErrorUnknown;
+        }
+        DibPixelIO in, out;
+        DibRegisterPixelIO(from, &in);
+        DibRegisterPixelIO(bitcount, &out);
+        for (LONG y = 0; y < height; ++y)
+            for (LONG x = 0; x < width; ++x)
+                out.set(hdib, x, y, ConvertValue(from, bitcount, in.get(old, x, y)));
     }
-    if (DibReCreateFromBitmapInfo(bmi, hdib)) {
-        DebugError(u"   !DibConvert():DibReCreateFromBitmapInfo:Error\r\n");
-        DibUnload(old);
-        LocalFree(bmi);
-        return DibErrorUnknown;
-    }
-    DibPixelIO in, out;
-    DibRegisterPixelIO(from, &in);
-    DibRegisterPixelIO(bitcount, &out);
-    for (LONG y = 0; y < height; ++y)
-        for (LONG x = 0; x < width; ++x)
-            out.set(hdib, x, y, ConvertValue(from, bitcount, in.get(old, x, y)));
-    DibUnload(old);
-    LocalFree(bmi);
     DebugTrace(DIB_LEVEL_FRAME, u"<DibConvert()=DibOk\r\n");
     return DibOk;
 }
 
 DWORD DibCopy(HDIB destination, HDIB source) {
     DebugTrace(DIB_LEVEL_FRAME, u">DibCopy (%lld, %lld)\r\n", TRACE_PTR(destination), TRACE_PTR(source));
-    if (DibIsValid(destination) || DibIsValid(source)) return DibErrorInvalidDIB;
+    if (DibIsInvalid(destination) || DibIsInvalid(source)) return DibErrorInvalidDIB;
     LONG width = DibWidth(source), height = DibHeight(source);
     WORD bits = DibBitCount(source);
     if (width != DibWidth(destination) || height != DibHeight(destination) ||

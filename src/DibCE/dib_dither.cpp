@@ -12,6 +12,8 @@
 
 #include "dibops.h"
 
+#include <tovrel/scopeguard.h>
+
 namespace {
 
 // Signed division by 16, truncating towards zero, without a divide.
@@ -69,8 +71,8 @@ template <class Q>
 inline void DitherRow(const ShareTables& t, const int32_t* imagerow, int32_t* errordata, BYTE* out,
                       LONG width, bool leftToRight) {
     if (width <= 2) {
-        memset(errordata, 0, sizeof(int32_t) * (size_t)width);
-        for (LONG x = 0; x < width; ++x) out[x] = (BYTE)Q::Quantise(imagerow[x]);
+        memset(errordata, 0, sizeof(int32_t) * static_cast<size_t>(width));
+        for (LONG x = 0; x < width; ++x) out[x] = static_cast<BYTE>(Q::Quantise(imagerow[x]));
         return;
     }
     const LONG step = leftToRight ? 1 : -1;
@@ -90,15 +92,15 @@ inline void DitherRow(const ShareTables& t, const int32_t* imagerow, int32_t* er
     for (LONG n = width - 2; n > 0; --n, x += step) {
         const LONG ahead = x + step;
         int32_t q, s7, s3, s5, s1;
-        if ((uintptr_t)(v + kReach) < (uintptr_t)kSpan) {
+        if (static_cast<uintptr_t>(v + kReach) < static_cast<uintptr_t>(kSpan)) {
             q = q0[v], s7 = s70[v], s3 = s30[v], s5 = s50[v], s1 = s10[v];
         } else {
-            q = Q::Quantise((int32_t)v);
-            const int32_t e = (int32_t)v - q;
+            q = Q::Quantise(static_cast<int32_t>(v));
+            const int32_t e = static_cast<int32_t>(v) - q;
             s7 = Div16(e * 7), s3 = Div16(e * 3), s5 = Div16(e * 5), s1 = Div16(e);
         }
-        out[x] = (BYTE)q;
-        v = (intptr_t)imagerow[ahead] + s7;
+        out[x] = static_cast<BYTE>(q);
+        v = static_cast<intptr_t>(imagerow[ahead]) + s7;
         errordata[x - step] = pendBehind + s3;
         pendBehind = pendHere + s5;
         pendHere = s1;
@@ -106,14 +108,14 @@ inline void DitherRow(const ShareTables& t, const int32_t* imagerow, int32_t* er
     // x is now the column after the scan.
     errordata[x - step] = pendBehind;
     errordata[x] = pendHere;
-    out[x] = (BYTE)Q::Quantise((int32_t)v);
-    out[first - step] = (BYTE)Q::Quantise(imagerow[first - step]);
+    out[x] = static_cast<BYTE>(Q::Quantise(static_cast<int32_t>(v)));
+    out[first - step] = static_cast<BYTE>(Q::Quantise(imagerow[first - step]));
 }
 
 template <class Q>
 DWORD Dither(HDIB hdib, const char16_t* errParm, const char16_t* errRow,
              const char16_t* errData) {
-    if (DibIsValid(hdib) == DibErrorInvalidDIB) return DibErrorInvalidDIB;
+    if (DibIsInvalid(hdib)) return DibErrorInvalidDIB;
     if (DibBitCount(hdib) != 8 || DibNumColors(hdib) != 256) {
         DebugError(errParm);
         return DibErrorInvalidDIB;
@@ -121,31 +123,28 @@ DWORD Dither(HDIB hdib, const char16_t* errParm, const char16_t* errRow,
     const LONG width = DibWidth(hdib);
     const LONG height = DibHeight(hdib);
     HDIB copy = DibCreateCopy(hdib);
-    if (copy == NULL) return DibErrorUnknown;
-    const size_t rowBytes = (size_t)(width > 0 ? width : 1) * sizeof(int32_t);
-    int32_t* imagerow = (int32_t*)LocalAlloc(LPTR, rowBytes);
-    if (imagerow == NULL) {
+    if (!copy) return DibErrorUnknown;
+    TovScopeGuard unloadCopy([copy] { DibUnload(copy); });
+    const size_t rowBytes = static_cast<size_t>(width > 0 ? width : 1) * sizeof(int32_t);
+    auto* imagerow = static_cast<int32_t*>(LocalAlloc(LPTR, rowBytes));
+    if (!imagerow) {
         DebugError(errRow);
-        DibUnload(copy);
         return DibErrorMemoryAlocation;
     }
-    int32_t* errordata = (int32_t*)LocalAlloc(LPTR, rowBytes);
-    if (errordata == NULL) {
+    TovScopeGuard freeImagerow([imagerow] { LocalFree(imagerow); });
+    auto* errordata = static_cast<int32_t*>(LocalAlloc(LPTR, rowBytes));
+    if (!errordata) {
         DebugError(errData);
-        LocalFree(imagerow);
-        DibUnload(copy);
         return DibErrorMemoryAlocation;
     }
+    TovScopeGuard freeErrordata([errordata] { LocalFree(errordata); });
     ShareTables tables;
     BuildShares<Q>(tables);
     for (LONG y = 0; y < height; ++y) {
         const BYTE* src = copy->ppRow[y];
-        for (LONG x = 0; x < width; ++x) imagerow[x] = (int32_t)src[x] + errordata[x];
+        for (LONG x = 0; x < width; ++x) imagerow[x] = static_cast<int32_t>(src[x]) + errordata[x];
         DitherRow<Q>(tables, imagerow, errordata, hdib->ppRow[y], width, (y & 1) != 0);
     }
-    LocalFree(errordata);
-    LocalFree(imagerow);
-    DibUnload(copy);
     return DibOk;
 }
 

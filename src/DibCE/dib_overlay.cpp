@@ -21,8 +21,8 @@ extern "C" {
 DWORD DibMerge(HDIB hdibDest, HDIB hdibSource, const MergeSettings* settings) {
     DebugTrace(DIB_LEVEL_OP, u">DibMerge(%lld,%lld,%lld)\r\n", TRACE_PTR(hdibDest), TRACE_PTR(hdibSource),
                TRACE_PTR(settings));
-    if (DibIsValid(hdibDest) == DibErrorInvalidDIB) return DibErrorInvalidDIB;
-    if (DibIsValid(hdibSource) == DibErrorInvalidDIB) return DibErrorInvalidDIB;
+    if (DibIsInvalid(hdibDest)) return DibErrorInvalidDIB;
+    if (DibIsInvalid(hdibSource)) return DibErrorInvalidDIB;
     if (!settings) return DibErrorInvalidParm;
 
     HDC screen = GetDC(nullptr);
@@ -127,10 +127,10 @@ DWORD DibOverlayBufferExt(HDIB hdib, const WCHAR* text, TextOverlaySettings* set
         result = DibOk;
     } else if (!overlay) {
         return DibErrorInvalidParm;
-    } else if (DibIsValid(overlay) == DibErrorInvalidDIB) {
+    } else if (DibIsInvalid(overlay)) {
         DebugTrace(DIB_LEVEL_OP, u"<DibOverlayBufferExt ()=DibErrorInvalidDIB (!hdibtmp)\r\n");
         return DibErrorInvalidDIB;  // nothing valid to unload
-    } else if (DibIsValid(hdib) == DibErrorInvalidDIB) {
+    } else if (DibIsInvalid(hdib)) {
         DebugTrace(DIB_LEVEL_OP, u"<DibOverlayBufferExt ()=DibErrorInvalidDIB (!DibIsValid())\r\n");
         result = DibErrorInvalidDIB;
     } else if (!merge || DibMerge(hdib, overlay, merge) != DibOk) {
@@ -163,7 +163,7 @@ BOOL DibOverlayPlace(DWORD position, LONG W, LONG H, LONG tw, LONG th, LONG* x, 
 
 DWORD DibOverlayBuffer(HDIB hdib, const WCHAR* text, DWORD alignment, LONG height, DWORD rasterOp) {
     DebugTrace(DIB_LEVEL_OP, u">DibOverlayBuffer()\r\n");
-    if (DibIsValid(hdib) == DibErrorInvalidDIB) return DibErrorInvalidDIB;
+    if (DibIsInvalid(hdib)) return DibErrorInvalidDIB;
     const LONG W = DibWidth(hdib), H = DibHeight(hdib);
 
     // Measuring pass.
@@ -194,7 +194,7 @@ DWORD DibOverlayBuffer(HDIB hdib, const WCHAR* text, DWORD alignment, LONG heigh
 
 DWORD DibOverlayTimeDate(HDIB hdib, DWORD alignment, LONG height, DWORD rasterOp) {
     DebugTrace(DIB_LEVEL_OP, u">DibOverlayTimeDate()\r\n");
-    if (DibIsValid(hdib) == DibErrorInvalidDIB) return DibErrorInvalidDIB;
+    if (DibIsInvalid(hdib)) return DibErrorInvalidDIB;
     SYSTEMTIME now;
     GetLocalTime(&now);
     WCHAR text[64];

@@ -43,6 +43,10 @@ typedef struct DibRecord {
 
 /* ---- record, accessors, lifecycle -------------------------------------- */
 DWORD DibIsValid(HDIB hdib);
+/* The same check said the way a caller asks it: DibIsValid answers with a
+ * result code (DibOk, that is 0, for a good handle), so a bare
+ * `if (DibIsValid(h))` reads backwards. Traces as DibIsValid does. */
+static inline BOOL DibIsInvalid(HDIB hdib) { return DibIsValid(hdib) != DibOk; }
 HBITMAP DibBitmapHandle(HDIB hdib);
 LONG DibWidth(HDIB hdib);
 LONG DibHeight(HDIB hdib);

@@ -7,6 +7,11 @@
 
 #include "dibce.h"
 
+/* The ranges of the operations' numbers are declared once, beside the
+ * exports, in <tovrel/tovranges.h>; the DIB_ names below are the same
+ * constants under the names the bitmap layer's own checks use. */
+#include <tovrel/tovranges.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -23,17 +28,12 @@ DWORD DibInvert(HDIB hdib);
 /* gamma is the exponent itself: above 1 darkens the mid-tones. */
 DWORD DibGammaCorrection(HDIB hdib, double gamma);
 
-#define DIB_BRIGHTNESS_LIMIT 255 /* tovBrightness: -255 .. 255 */
-#define DIB_CONTRAST_LIMIT 255   /* tovContrast: -255 .. 255 */
-#define DIB_GAMMA_MIN 0.1
-#define DIB_GAMMA_MAX 10.0
-
 /* ---- histogram (dib_histogram.cpp) --------------------------------------
  * 8-bit bitmaps only. */
 #define DIB_HISTOGRAM_LEVELS 256
-#define DIB_STRETCH_LEVEL_MAX 255   /* mode 0: black and white points */
-#define DIB_STRETCH_PERCENT_MAX 100 /* mode 1: cut-offs at each end */
-#define DIB_STRETCH_DEFAULT_PERCENT 2
+#define DIB_STRETCH_LEVEL_MAX TOV_STRETCH_LEVEL_MAX     /* mode 0: black and white points */
+#define DIB_STRETCH_PERCENT_MAX TOV_STRETCH_PERCENT_MAX /* mode 1: cut-offs at each end */
+#define DIB_STRETCH_DEFAULT_PERCENT TOV_STRETCH_DEFAULT_PERCENT
 
 /* Adds each pixel of an 8-bit bitmap to counters[DIB_HISTOGRAM_LEVELS];
  * padding bytes are not counted and the table is not cleared. 5 for a bad
@@ -52,9 +52,7 @@ DWORD DibHistogramStretch(HDIB hdib);
 /* ---- rank filter and despeckle (dib_rank.cpp) ---------------------------
  * 3x3 windows at 1, 4 and 8 bits, read from a private copy; the outermost
  * rows and columns are left as they were. */
-#define DIB_RANK_MAX 8                  /* 0 minimum, 4 median, 8 maximum */
-#define DIB_DESPECKLE_THRESHOLD_MAX 9   /* tovDespeckle */
-#define DIB_DESPECKLE_BACKGROUND_MAX 255
+#define DIB_RANK_MAX TOV_RANK_MAX /* 0 minimum, 4 median, 8 maximum */
 
 DWORD DibRankFilter(HDIB hdib, DWORD rank);
 /* A pixel other than background with fewer than threshold neighbours other
@@ -67,7 +65,7 @@ DWORD DibDespeckle(HDIB hdib, DWORD threshold, DWORD background);
  * unreadable kernel, more than DIB_CONV_MAX_ENTRIES weights, and a kernel
  * whose working-copy borders the picture cannot fill (half size my at or
  * above the height, mx at or above the width, or a width below 2*mx - 1). */
-#define DIB_CONV_MAX_ENTRIES (1 << 20) /* kernel weights read from a caller */
+#define DIB_CONV_MAX_ENTRIES TOV_KERNEL_MAX_ENTRIES /* kernel weights read from a caller */
 
 /* A copy of hdib, newHeight x newWidth, with the picture centred and
  * mirrored borders; NULL on failure. The height comes first. */
@@ -81,9 +79,8 @@ DWORD DibSharpen(HDIB hdib, LONG level);
 DWORD DibInfinityFilter(HDIB hdib);
 DWORD DibThreshold(HDIB hdib, DWORD threshold);
 
-#define DIB_SHARPEN_MIN 9
-#define DIB_SHARPEN_MAX 32
-#define DIB_THRESHOLD_MAX 255
+#define DIB_SHARPEN_MIN TOV_SHARPEN_MIN
+#define DIB_SHARPEN_MAX TOV_SHARPEN_MAX
 
 /* ---- geometry (dib_geometry.cpp) ----------------------------------------
  * 1, 4 and 8 bits; depth and colour table are kept. */
@@ -91,9 +88,6 @@ DWORD DibFlipHorizontal(HDIB hdib); /* upside down */
 DWORD DibFlipVertical(HDIB hdib);   /* left to right */
 DWORD DibCrop(HDIB hdib, DWORD x, DWORD y, DWORD width, DWORD height);
 DWORD DibScale(HDIB hdib, DWORD percent);
-
-#define DIB_SCALE_MIN 5
-#define DIB_SCALE_MAX 100
 
 /* ---- dithering (dib_dither.cpp) -----------------------------------------
  * 8-bit bitmaps of 256 colours; the levels are 0/255, or 0, 16 ... 240, 255. */

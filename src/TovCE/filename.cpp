@@ -43,7 +43,7 @@ int tovFixExtension(WCHAR* name, const WCHAR* extension) {
 
 void tovTraceName(const WCHAR* filename, WCHAR* out) {
     out[0] = 0;
-    if (tovProbePointer(filename)) return;
+    if (tovCannotRead(filename)) return;
     size_t n = BoundedLength(filename, TOV_TRACE_NAME_MAX - 1);
     for (size_t i = 0; i < n; ++i) out[i] = filename[i];
     out[n] = 0;
@@ -51,7 +51,7 @@ void tovTraceName(const WCHAR* filename, WCHAR* out) {
 
 DWORD tovPrepareFileName(const WCHAR* filename, const WCHAR* extension, WCHAR* buffer) {
     for (size_t i = 0; i < TOV_MAX_PATH; ++i) buffer[i] = 0;
-    if (tovProbePointer(filename)) return DibErrorInvalidParm;
+    if (tovCannotRead(filename)) return DibErrorInvalidParm;
     size_t n = BoundedLength(filename, TOV_MAX_PATH);
     if (n >= TOV_MAX_PATH) return tovErrorBadFileName;
     for (size_t i = 0; i < n; ++i) buffer[i] = filename[i];

@@ -38,7 +38,7 @@ void tovConfigDebug(DWORD enable, DWORD level, DWORD outputs) {
 DWORD tovGetDllRevision(WCHAR* buffer) {
     // The whole text's bytes, not only the first, so that a buffer ending
     // at unmapped memory is refused instead of written past.
-    if (tovProbePointer(buffer) || IsBadReadPtr(buffer, sizeof kDllRevision))
+    if (tovCannotRead(buffer) || IsBadReadPtr(buffer, sizeof kDllRevision))
         return DibErrorInvalidParm;
     for (size_t i = 0; i < sizeof kDllRevision / sizeof kDllRevision[0]; ++i)
         buffer[i] = kDllRevision[i];

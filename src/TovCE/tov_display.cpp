@@ -16,7 +16,7 @@ LONG Pin(int64_t v) { return v < INT32_MIN ? INT32_MIN : v > INT32_MAX ? INT32_M
 extern "C" DWORD tovDisplayImage(HDIB hDib, HDC hDC, const RECT* rect, BOOL fit, LONG percent, BYTE centre) {
     try {
         if (tovHDIBIsValid(hDib) != tovOk) return DibErrorInvalidDIB;
-        if (tovProbePointer(rect) != 0 || IsBadReadPtr(rect, sizeof(RECT)) || percent < kMinPercent ||
+        if (tovCannotRead(rect) || IsBadReadPtr(rect, sizeof(RECT)) || percent < kMinPercent ||
             percent > kMaxPercent || !hDC)
             return DibErrorInvalidParm;
 

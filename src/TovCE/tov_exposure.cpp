@@ -31,7 +31,7 @@ const EsParm kEsTable[kSettings] = {
 
 // The checks both settings exports make before the lock.
 bool PairsAcceptable(const EsPair* pairs, DWORD size) {
-    return !tovProbePointer(pairs) && size / kPairBytes <= kSettings && size != 0 && size % kPairBytes == 0 &&
+    return !tovCannotRead(pairs) && size / kPairBytes <= kSettings && size != 0 && size % kPairBytes == 0 &&
            !IsBadReadPtr(pairs, size);
 }
 
@@ -129,7 +129,7 @@ DWORD SetMode(DWORD mode) {
 extern "C" {
 
 DWORD tovGetExposureMode(DWORD* pMode) {
-    if (tovProbePointer(pMode)) return DibErrorInvalidParm;
+    if (tovCannotRead(pMode)) return DibErrorInvalidParm;
     return ProfileGuarded([=] { return GetMode(pMode); });
 }
 

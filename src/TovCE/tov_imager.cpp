@@ -54,7 +54,7 @@ LONG tovGetImagerType(void) {
 }
 
 DWORD tovGetScanDriverRevision(WCHAR* buffer) {
-    if (tovProbePointer(buffer)) return DibErrorInvalidParm;
+    if (tovCannotRead(buffer)) return DibErrorInvalidParm;
     WCHAR raw[CM_REVISION_CHARS + 1] = {}, reduced[CM_REVISION_CHARS + 1];
     {
         TovLockGuard lock;
@@ -64,7 +64,7 @@ DWORD tovGetScanDriverRevision(WCHAR* buffer) {
         cmReduceRevision(raw, reduced);
     }
     size_t n = PlatWideLength(reduced);
-    if (tovProbePointer(buffer + n) || IsBadReadPtr(buffer, (n + 1) * sizeof(WCHAR))) return tovErrorBadOutputBuffer;
+    if (tovCannotRead(buffer + n) || IsBadReadPtr(buffer, (n + 1) * sizeof(WCHAR))) return tovErrorBadOutputBuffer;
     for (size_t i = 0; i <= n; ++i) buffer[i] = reduced[i];
     return tovOk;
 }

@@ -8,14 +8,14 @@
 
 extern "C" DWORD tovBrightness(HDIB hdib, LONG brightness) {
     DebugTrace(DIB_LEVEL_FRAME, u">tovBrightness(%lld,%d)\r\n", TRACE_PTR(hdib), brightness);
-    if (brightness < -DIB_BRIGHTNESS_LIMIT || brightness > DIB_BRIGHTNESS_LIMIT) return DibErrorInvalidParm;
+    if (brightness < TOV_BRIGHTNESS_MIN || brightness > TOV_BRIGHTNESS_MAX) return DibErrorInvalidParm;
     return tovLeave(DibBrightness(hdib, brightness), u"<tovBrightness()=tovOk\r\n",
                  u"<tovBrightness()=%d (error)\r\n");
 }
 
 extern "C" DWORD tovContrast(HDIB hdib, LONG contrast) {
     DebugTrace(DIB_LEVEL_FRAME, u">tovContrast(%lld,%d)\r\n", TRACE_PTR(hdib), contrast);
-    if (contrast < -DIB_CONTRAST_LIMIT || contrast > DIB_CONTRAST_LIMIT) return DibErrorInvalidParm;
+    if (contrast < TOV_CONTRAST_MIN || contrast > TOV_CONTRAST_MAX) return DibErrorInvalidParm;
     // Holds mid-grey about still; the division truncates towards zero.
     return tovLeave(DibContrast(hdib, contrast, -(contrast / 2)), u"<tovContrast()=tovOk\r\n",
                  u"<tovContrast()=%d\r\n");
@@ -28,7 +28,7 @@ extern "C" DWORD tovInvert(HDIB hdib) {
 
 extern "C" DWORD tovGammaCorrection(HDIB hdib, double gamma) {
     DebugTrace(DIB_LEVEL_FRAME, u">tovGammaCorrection(%lld,%.2f)\r\n", TRACE_PTR(hdib), gamma);
-    if (!(gamma >= DIB_GAMMA_MIN && gamma <= DIB_GAMMA_MAX)) return DibErrorInvalidParm; // NaN too
+    if (!(gamma >= TOV_GAMMA_MIN && gamma <= TOV_GAMMA_MAX)) return DibErrorInvalidParm; // NaN too
     // The handle is checked here, through tovHDIBIsValid and its traces.
     DWORD valid = tovHDIBIsValid(hdib);
     if (valid != DibOk) return valid;
@@ -44,20 +44,20 @@ extern "C" DWORD tovHistogramStretch(HDIB hdib) {
 
 extern "C" DWORD tovHistogramStretchEx(HDIB hdib, LONG low, LONG high, DWORD mode) {
     DebugTrace(DIB_LEVEL_FRAME, u">tovHistogramStretchEx(%lld,%d,%d,%d)\r\n", TRACE_PTR(hdib), low, high,
-               (int)mode);
+               static_cast<int>(mode));
     return tovLeave(DibHistogramStretchEx(hdib, low, high, mode), u"<tovHistogramStretchEx()=tovOk\r\n",
                  u"<tovHistogramStretchEx()=%d (error)\r\n");
 }
 
 extern "C" DWORD tovRankFilter(HDIB hdib, DWORD rank) {
-    DebugTrace(DIB_LEVEL_FRAME, u">tovRankFilter(%lld,%d)\r\n", TRACE_PTR(hdib), (int)rank);
+    DebugTrace(DIB_LEVEL_FRAME, u">tovRankFilter(%lld,%d)\r\n", TRACE_PTR(hdib), static_cast<int>(rank));
     return tovLeave(DibRankFilter(hdib, rank), u"<tovRankFilter()=tovOk\r\n", u"<tovRankFilter()=%d (error)\r\n");
 }
 
 extern "C" DWORD tovDespeckle(HDIB hdib, DWORD threshold, DWORD background) {
-    DebugTrace(DIB_LEVEL_FRAME, u">tovDespeckle(%lld,%d,%d)\r\n", TRACE_PTR(hdib), (int)threshold,
-               (int)background);
-    if (threshold > DIB_DESPECKLE_THRESHOLD_MAX || background > DIB_DESPECKLE_BACKGROUND_MAX)
+    DebugTrace(DIB_LEVEL_FRAME, u">tovDespeckle(%lld,%d,%d)\r\n", TRACE_PTR(hdib), static_cast<int>(threshold),
+               static_cast<int>(background));
+    if (threshold > TOV_DESPECKLE_THRESHOLD_MAX || background > TOV_DESPECKLE_BACKGROUND_MAX)
         return DibErrorInvalidParm;
     return tovLeave(DibDespeckle(hdib, threshold, background), u"<tovDespeckle()=tovOk\r\n",
                  u"<tovDespeckle()=%d\r\n");

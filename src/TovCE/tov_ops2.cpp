@@ -23,7 +23,7 @@ DWORD tovAverage(HDIB hdib) {
 
 DWORD tovSharpen(HDIB hdib, LONG level) {
     DebugTrace(DIB_LEVEL_FRAME, u">tovSharpen(%lld,%d)\r\n", TRACE_PTR(hdib), level);
-    if (level < DIB_SHARPEN_MIN || level > DIB_SHARPEN_MAX) return DibErrorInvalidParm;
+    if (level < TOV_SHARPEN_MIN || level > TOV_SHARPEN_MAX) return DibErrorInvalidParm;
     return tovLeave(DibSharpen(hdib, level), u"<tovSharpen()=tovOk\r\n", u"<tovSharpen()=%d (error)\r\n");
 }
 
@@ -34,8 +34,8 @@ DWORD tovInfinityFilter(HDIB hdib) {
 }
 
 DWORD tovThreshold(HDIB hdib, DWORD threshold) {
-    DebugTrace(DIB_LEVEL_FRAME, u">tovThreshold(%lld,%d)\r\n", TRACE_PTR(hdib), (int)threshold);
-    if (threshold > DIB_THRESHOLD_MAX) return DibErrorInvalidParm;
+    DebugTrace(DIB_LEVEL_FRAME, u">tovThreshold(%lld,%d)\r\n", TRACE_PTR(hdib), static_cast<int>(threshold));
+    if (threshold > TOV_THRESHOLD_MAX) return DibErrorInvalidParm;
     return tovLeave(DibThreshold(hdib, threshold), u"<tovThreshold()=tovOk\r\n",
                     u"<tovThreshold()=%d (error)\r\n");
 }
@@ -53,15 +53,15 @@ DWORD tovFlipVertical(HDIB hdib) {
 }
 
 DWORD tovCrop(HDIB hdib, DWORD x, DWORD y, DWORD width, DWORD height) {
-    DebugTrace(DIB_LEVEL_FRAME, u">tovCrop(%lld,%d,%d,%d,%d)\r\n", TRACE_PTR(hdib), (int)x, (int)y,
-               (int)width, (int)height);
+    DebugTrace(DIB_LEVEL_FRAME, u">tovCrop(%lld,%d,%d,%d,%d)\r\n", TRACE_PTR(hdib), static_cast<int>(x), static_cast<int>(y),
+               static_cast<int>(width), static_cast<int>(height));
     return tovLeave(DibCrop(hdib, x, y, width, height), u"<tovCrop()=tovOk\r\n",
                     u"<tovCrop()=%d (error)\r\n");
 }
 
 DWORD tovScale(HDIB hdib, DWORD percent) {
-    DebugTrace(DIB_LEVEL_FRAME, u">tovScale(%lld,%d)\r\n", TRACE_PTR(hdib), (int)percent);
-    if (percent < DIB_SCALE_MIN || percent > DIB_SCALE_MAX) return DibErrorInvalidParm;
+    DebugTrace(DIB_LEVEL_FRAME, u">tovScale(%lld,%d)\r\n", TRACE_PTR(hdib), static_cast<int>(percent));
+    if (percent < TOV_SCALE_MIN || percent > TOV_SCALE_MAX) return DibErrorInvalidParm;
     return tovLeave(DibScale(hdib, percent), u"<tovScale()=tovOk\r\n", u"<tovScale()=%d (error)\r\n");
 }
 

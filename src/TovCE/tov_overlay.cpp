@@ -21,7 +21,7 @@ DWORD tovOverlayBuffer(HDIB hdib, const WCHAR* text, DWORD alignment, LONG heigh
         DebugTrace(DIB_LEVEL_FRAME, u">tovOverlayBuffer(%lld,%d)\r\n", TRACE_PTR(hdib), height);
         if (!HeightInRange(height)) return DibErrorInvalidParm;
         if (tovHDIBIsValid(hdib) != tovOk) return DibErrorInvalidDIB;
-        if (tovProbePointer(text) != 0) return DibErrorInvalidParm;
+        if (tovCannotRead(text)) return DibErrorInvalidParm;
         return Exit(u"tovOverlayBuffer", DibOverlayBuffer(hdib, text, alignment, height, rasterOp));
     } catch (...) {
         return tovErrorUnknown;

@@ -100,8 +100,8 @@ extern "C" {
 
 DWORD tovInitCamera(const WCHAR* profileFile, const WCHAR* profileName, DWORD* flags) {
     if (Camera.bCameraInitialized) return tovErrorAlreadyInitialized;
-    if ((profileFile && tovProbePointer(profileFile)) || (profileName && tovProbePointer(profileName)) ||
-        (flags && tovProbePointer(flags)))
+    if ((profileFile && tovCannotRead(profileFile)) || (profileName && tovCannotRead(profileName)) ||
+        (flags && tovCannotRead(flags)))
         return DibErrorInvalidParm;
     return ProfileGuarded([=] { return Start(profileFile, profileName, flags); });
 }

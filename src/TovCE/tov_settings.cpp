@@ -21,7 +21,7 @@ ProfileNode SettingsSection() {
 }
 
 DWORD Get(const Setting& s, LONG* pValue) {
-    if (tovProbePointer(pValue)) return DibErrorInvalidParm;
+    if (tovCannotRead(pValue)) return DibErrorInvalidParm;
     return ProfileGuarded([&]() -> DWORD {
         TovLockGuard lock;
         if (!CurrentProfile) return tovErrorNotInitialized;

@@ -15,6 +15,9 @@ extern "C" {
 
 /* 0: the first byte can be read; 1: NULL; 2: the read would fault. */
 DWORD tovProbePointer(const void* pointer);
+/* The check as a caller asks it: true for NULL and for a pointer whose
+ * first byte cannot be read. */
+static inline BOOL tovCannotRead(const void* pointer) { return tovProbePointer(pointer) != 0; }
 
 /* Completes name (a buffer of TOV_MAX_PATH characters) with ".extension"
  * unless it already ends so. 1 on success, 0 for a name that is too short

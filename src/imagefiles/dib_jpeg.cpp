@@ -2,12 +2,14 @@
 // 8-bit file that libjpeg can reduce to grey in.
 //
 // Contents: the error manager (error_exit jumps back to the call), a source
-// and a destination manager over the platform's file handles, DibJPGSave,
-// DibJPGLoad.
+// and a destination manager over the platform's file handles, the save's
+// steps, the load's decoder, DibJPGSave, DibJPGLoad.
 //
-// libjpeg leaves through longjmp on every error. The functions below keep no
-// object with a destructor alive across the jump, and every local that
-// changes after setjmp and is read on the way out is volatile.
+// libjpeg leaves through longjmp on every error. Each step that calls it
+// sets its own jump point and answers false; no object with a destructor
+// lives inside a step, and the scope guards that clean up live in the
+// callers, outside every jump.
+#include "dibload.h"
 #include "imagefiles.h"
 
 #include <csetjmp>
@@ -16,6 +18,7 @@
 #include <cstring>
 #include <jerror.h>
 #include <jpeglib.h>
+#include <tovrel/scopeguard.h>
 
 namespace {
 
@@ -70,15 +73,15 @@ void DibJPGEmitMessage(j_common_ptr cinfo, int level) {
 // scan), and the first scan carries at least one component: a file shorter
 // than that for its smallest component cannot hold the picture it declares.
 // Arithmetic coding has no such floor.
-bool TooShortForBlocks(j_decompress_ptr cinfo, int64_t fileLength) {
-    if (cinfo->arith_code || cinfo->num_components <= 0) return false;
+int64_t LeastBytesForBlocks(j_decompress_ptr cinfo) {
+    if (cinfo->arith_code || cinfo->num_components <= 0) return 0;
     int64_t fewest = INT64_MAX;
     for (int c = 0; c < cinfo->num_components; ++c) {
         const jpeg_component_info& comp = cinfo->comp_info[c];
         int64_t blocks = int64_t(comp.width_in_blocks) * int64_t(comp.height_in_blocks);
         if (blocks < fewest) fewest = blocks;
     }
-    return fileLength < 0 || fileLength < fewest / 8;
+    return fewest / 8;
 }
 
 void SetUpErrors(DibJPGErrorManager* err) {
@@ -177,13 +180,114 @@ void UseDestination(j_compress_ptr cinfo, DibJPGDestination* dest, HANDLE file) 
     cinfo->dest = &dest->pub;
 }
 
+// ---- the save's libjpeg steps --------------------------------------------------
+// Each returns false when libjpeg failed; they keep no object with a
+// destructor alive across libjpeg's jump.
+
+bool CreateCompressor(j_compress_ptr cinfo, DibJPGErrorManager* err) {
+    if (setjmp(err->jump)) return false;
+    jpeg_create_compress(cinfo);
+    return true;
+}
+
+bool Compress(j_compress_ptr cinfo, DibJPGErrorManager* err, DibJPGDestination* dest, HANDLE file, HDIB source,
+              DWORD quality) {
+    if (setjmp(err->jump)) return false;
+    UseDestination(cinfo, dest, file);
+    LONG width = DibWidth(source), height = DibHeight(source);
+    cinfo->image_width = JDIMENSION(width);
+    cinfo->image_height = JDIMENSION(height);
+    cinfo->input_components = 1;
+    cinfo->in_color_space = JCS_GRAYSCALE;
+    jpeg_set_defaults(cinfo);
+    jpeg_set_quality(cinfo, int(quality > DIB_JPG_MAX_QUALITY ? DIB_JPG_MAX_QUALITY : quality), TRUE);
+    jpeg_start_compress(cinfo, TRUE);
+    // Row bytes are samples: the colour table plays no part.
+    for (LONG y = 0; y < height; ++y) jpeg_write_scanlines(cinfo, &source->ppRow[y], 1);
+    jpeg_finish_compress(cinfo);
+    return true;
+}
+
+// ---- the load's decoder -----------------------------------------------------
+
+const DibLoadTexts kJpegTexts = {
+    u">DibJPGLoad(%s)\r\n",
+    u"<DibJPGLoad()=NULL (CreateFile)\r\n",
+    u"<DibJPGLoad()=NULL (LocalAlloc)\r\n",
+    u"<DibJPGLoad()=NULL (DibCreateFromBitmapInfo)\r\n",
+    u"<DibJPGLoad()\r\n",
+};
+
+// libjpeg's state of one load; every error jumps back to the step that is
+// reading, which keeps no object with a destructor alive across the jump.
+class JpegDecoder : public DibFileDecoder {
+public:
+    JpegDecoder() {
+        std::memset(&cinfo_, 0, sizeof cinfo_);  // so that a destroy after an early jump is harmless
+        SetUpErrors(&err_);
+        cinfo_.err = &err_.pub;
+    }
+    ~JpegDecoder() override { jpeg_destroy_decompress(&cinfo_); }
+
+    bool ReadHeader(HANDLE file, int64_t, DibDeclaredPicture* picture) override {
+        if (setjmp(err_.jump)) return Failed();
+        jpeg_create_decompress(&cinfo_);
+        cinfo_.mem->max_memory_to_use = kJpegMaxWorkBytes;
+        UseSource(&cinfo_, &src_, file);
+        jpeg_read_header(&cinfo_, TRUE);
+        // One byte a pixel: colour files come out as their luminance; what
+        // libjpeg cannot reduce to grey (CMYK) fails in jpeg_start_decompress.
+        cinfo_.out_color_space = JCS_GRAYSCALE;
+        // The bitmap core refuses sizes beyond its limits before anything
+        // large is allocated, by us or by libjpeg.
+        picture->width = LONG(cinfo_.image_width);
+        picture->height = LONG(cinfo_.image_height);
+        picture->bitcount = 8;
+        picture->leastFileBytes = LeastBytesForBlocks(&cinfo_);
+        return true;
+    }
+
+    void TraceTooShort(const DibDeclaredPicture& picture) override {
+        DebugTrace(DIB_LEVEL_OP, u"   !DibJPGLoad():%dx%d:file too short\r\n", int(picture.width),
+                   int(picture.height));
+        DebugTrace(DIB_LEVEL_OP, u"<DibJPGLoad()=NULL (Error=%d)\r\n", int(JERR_INPUT_EOF));
+    }
+
+    bool ReadPixels(HDIB hdib) override {
+        if (setjmp(err_.jump)) return Failed();
+        jpeg_start_decompress(&cinfo_);
+        if (cinfo_.output_components != 1 || cinfo_.output_width != cinfo_.image_width ||
+            cinfo_.output_height != cinfo_.image_height)
+            ERREXIT(&cinfo_, JERR_CONVERSION_NOTIMPL);
+        while (cinfo_.output_scanline < cinfo_.output_height) {
+            // Straight into the bitmap's row; our source never suspends, so a
+            // call that delivers nothing means a broken stream.
+            if (jpeg_read_scanlines(&cinfo_, &hdib->ppRow[cinfo_.output_scanline], 1) != 1)
+                ERREXIT(&cinfo_, JERR_INPUT_EMPTY);
+        }
+        jpeg_finish_decompress(&cinfo_);
+        DibDump(hdib);
+        return true;
+    }
+
+private:
+    bool Failed() {
+        DebugTrace(DIB_LEVEL_OP, u"<DibJPGLoad()=NULL (Error=%d)\r\n", err_.pub.msg_code);
+        return false;
+    }
+
+    struct jpeg_decompress_struct cinfo_;
+    DibJPGErrorManager err_;
+    DibJPGSource src_;
+};
+
 }  // namespace
 
 extern "C" {
 
 DWORD DibJPGSave(const WCHAR* filename, DWORD quality, HDIB hdib) {
     DebugTrace(DIB_LEVEL_OP, u">DibJPGSave(%s, %d, %lld)\r\n", filename, quality, TRACE_PTR(hdib));
-    if (DibIsValid(hdib) || !DibHasBitmap(hdib)) return DibErrorInvalidDIB;
+    if (DibIsInvalid(hdib) || !DibHasBitmap(hdib)) return DibErrorInvalidDIB;
     if (!filename) {
         DebugError(u"<DibJPGSave()=DibErrorInvalidParm\r\n");
         return DibErrorInvalidParm;
@@ -205,120 +309,50 @@ DWORD DibJPGSave(const WCHAR* filename, DWORD quality, HDIB hdib) {
             return DibErrorUnknown;
         }
     }
-    HDIB volatile const source = temp ? temp : hdib;
+    // The copy goes last, after the exit trace of a failure, before that of
+    // a success.
+    TovScopeGuard unloadTemp([temp] {
+        if (temp) DibUnload(temp);
+    });
+    HDIB const source = temp ? temp : hdib;
 
     struct jpeg_compress_struct cinfo;
     DibJPGErrorManager err;
     DibJPGDestination dest;
-    HANDLE volatile file = INVALID_HANDLE_VALUE;
     std::memset(&cinfo, 0, sizeof cinfo);  // so that a destroy after an early jump is harmless
     SetUpErrors(&err);
     cinfo.err = &err.pub;
-    if (setjmp(err.jump)) {
+    TovScopeGuard destroyCompressor([&cinfo] { jpeg_destroy_compress(&cinfo); });
+    auto failed = [&err] {
         DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=%d (error)\r\n", err.pub.msg_code);
-        jpeg_destroy_compress(&cinfo);
-        if (file != INVALID_HANDLE_VALUE) PlatDiscardFile(file);  // the old file stays as it was
-        if (temp) DibUnload(temp);
-        return DibErrorUnknown;
-    }
-    jpeg_create_compress(&cinfo);
+        return DWORD(DibErrorUnknown);
+    };
+    if (!CreateCompressor(&cinfo, &err)) return failed();
 
-    file = CreateFileW(filename, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE const file =
+        CreateFileW(filename, GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=DibErrorFileCreation\r\n");
-        jpeg_destroy_compress(&cinfo);
-        if (temp) DibUnload(temp);
         return DibErrorFileCreation;
     }
-    UseDestination(&cinfo, &dest, file);
-
-    LONG width = DibWidth(source), height = DibHeight(source);
-    cinfo.image_width = JDIMENSION(width);
-    cinfo.image_height = JDIMENSION(height);
-    cinfo.input_components = 1;
-    cinfo.in_color_space = JCS_GRAYSCALE;
-    jpeg_set_defaults(&cinfo);
-    jpeg_set_quality(&cinfo, int(quality > DIB_JPG_MAX_QUALITY ? DIB_JPG_MAX_QUALITY : quality), TRUE);
-    jpeg_start_compress(&cinfo, TRUE);
-    // Row bytes are samples: the colour table plays no part.
-    for (LONG y = 0; y < height; ++y) jpeg_write_scanlines(&cinfo, &source->ppRow[y], 1);
-    jpeg_finish_compress(&cinfo);
-
-    HANDLE done = file;
-    file = INVALID_HANDLE_VALUE;
-    DWORD result = DibOk;
-    if (!CloseHandle(done)) {
+    TovScopeGuard discardFile([file] { PlatDiscardFile(file); });  // the old file stays as it was
+    if (!Compress(&cinfo, &err, &dest, file, source, quality)) return failed();
+    discardFile.Release();
+    if (!CloseHandle(file)) {
         DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=DibErrorFileCreation\r\n");
-        result = DibErrorFileCreation;
+        return DibErrorFileCreation;
     }
+    destroyCompressor.Release();
     jpeg_destroy_compress(&cinfo);
+    unloadTemp.Release();
     if (temp) DibUnload(temp);
-    if (result == DibOk) DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=DibOK\r\n");
-    return result;
+    DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=DibOK\r\n");
+    return DibOk;
 }
 
 HDIB DibJPGLoad(const WCHAR* filename) {
-    DebugTrace(DIB_LEVEL_OP, u">DibJPGLoad(%s)\r\n", filename);
-    HANDLE const file = DibOpenForLoad(filename);
-    if (file == INVALID_HANDLE_VALUE) {
-        DebugTrace(DIB_LEVEL_OP, u"<DibJPGLoad()=NULL (CreateFile)\r\n");
-        return nullptr;
-    }
-
-    struct jpeg_decompress_struct cinfo;
-    DibJPGErrorManager err;
-    DibJPGSource src;
-    HDIB volatile hdib = nullptr;
-    std::memset(&cinfo, 0, sizeof cinfo);
-    SetUpErrors(&err);
-    cinfo.err = &err.pub;
-    if (setjmp(err.jump)) {
-        DebugTrace(DIB_LEVEL_OP, u"<DibJPGLoad()=NULL (Error=%d)\r\n", err.pub.msg_code);
-        if (hdib) DibUnload(hdib);
-        jpeg_destroy_decompress(&cinfo);
-        CloseHandle(file);
-        return nullptr;
-    }
-    jpeg_create_decompress(&cinfo);
-    cinfo.mem->max_memory_to_use = kJpegMaxWorkBytes;
-    UseSource(&cinfo, &src, file);
-    jpeg_read_header(&cinfo, TRUE);
-    if (TooShortForBlocks(&cinfo, DibFileLength(file))) {
-        DebugTrace(DIB_LEVEL_OP, u"   !DibJPGLoad():%dx%d:file too short\r\n", int(cinfo.image_width),
-                   int(cinfo.image_height));
-        ERREXIT(&cinfo, JERR_INPUT_EOF);
-    }
-    // One byte a pixel: colour files come out as their luminance; what
-    // libjpeg cannot reduce to grey (CMYK) fails in jpeg_start_decompress.
-    cinfo.out_color_space = JCS_GRAYSCALE;
-
-    // The bitmap core refuses sizes beyond its limits before anything large
-    // is allocated, by us or by libjpeg.
-    hdib = DibCreateForLoad(LONG(cinfo.image_width), LONG(cinfo.image_height), 8,
-                            u"<DibJPGLoad()=NULL (LocalAlloc)\r\n",
-                            u"<DibJPGLoad()=NULL (DibCreateFromBitmapInfo)\r\n");
-    if (!hdib) {
-        jpeg_destroy_decompress(&cinfo);
-        CloseHandle(file);
-        return nullptr;
-    }
-    jpeg_start_decompress(&cinfo);
-    if (cinfo.output_components != 1 || cinfo.output_width != cinfo.image_width ||
-        cinfo.output_height != cinfo.image_height)
-        ERREXIT(&cinfo, JERR_CONVERSION_NOTIMPL);
-    while (cinfo.output_scanline < cinfo.output_height) {
-        // Straight into the bitmap's row; our source never suspends, so a
-        // call that delivers nothing means a broken stream.
-        if (jpeg_read_scanlines(&cinfo, &hdib->ppRow[cinfo.output_scanline], 1) != 1)
-            ERREXIT(&cinfo, JERR_INPUT_EMPTY);
-    }
-    jpeg_finish_decompress(&cinfo);
-    jpeg_destroy_decompress(&cinfo);
-    CloseHandle(file);
-    HDIB const loaded = hdib;
-    DibDump(loaded);
-    DebugTrace(DIB_LEVEL_OP, u"<DibJPGLoad()\r\n");
-    return loaded;
+    JpegDecoder decoder;
+    return DibLoadFile(filename, decoder, kJpegTexts);
 }
 
 }  // extern "C"

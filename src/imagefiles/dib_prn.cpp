@@ -46,7 +46,7 @@ extern "C" {
 
 DWORD DibPRNSaveOneil(const WCHAR* filename, HDIB hdib, LONG leftmargin, LONG printerwidth) {
     DebugTrace(DIB_LEVEL_OP, u">DibPRNSaveOneil(%s, %lld)\r\n", filename, TRACE_PTR(hdib));
-    if (DibIsValid(hdib) || !DibHasBitmap(hdib)) {
+    if (DibIsInvalid(hdib) || !DibHasBitmap(hdib)) {
         DebugTrace(DIB_LEVEL_OP, u"<DibPRNSaveOneil()=DibErrorInvalidDIB \r\n");
         return DibErrorInvalidDIB;
     }

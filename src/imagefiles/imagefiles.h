@@ -21,7 +21,9 @@
 extern "C" {
 #endif
 
-#define DIB_JPG_MAX_QUALITY 100
+#include <tovrel/tovranges.h>
+
+#define DIB_JPG_MAX_QUALITY TOV_JPG_QUALITY_MAX
 
 /* The picture libjpeg and libpng may describe before we allocate for it:
  * the bitmap core's own limits. */
@@ -41,16 +43,7 @@ HDIB DibJPGLoad(const WCHAR* filename);
 DWORD DibPNGSave(const WCHAR* filename, HDIB hdib);
 HDIB DibPNGLoad(const WCHAR* filename);
 
-/* The file a load reads; INVALID_HANDLE_VALUE for a NULL name or a file
- * that cannot be opened. */
-HANDLE DibOpenForLoad(const WCHAR* filename);
-/* Bytes in an open file; -1 when it cannot be told. A load compares it with
- * the least its declared picture needs before it allocates anything. */
-int64_t DibFileLength(HANDLE file);
-/* The grey bitmap a load fills; NULL after tracing noInfoText (no info
- * block) or noBitmapText (no bitmap). */
-HDIB DibCreateForLoad(LONG width, LONG height, DWORD bitcount, const WCHAR* noInfoText,
-                      const WCHAR* noBitmapText);
+/* The loads go through the one load skeleton of dibload.h. */
 
 DWORD DibPRNSave(const WCHAR* filename, HDIB hdib, DWORD format, LONG printerwidth, LONG leftmargin);
 DWORD DibPRNSaveOneil(const WCHAR* filename, HDIB hdib, LONG leftmargin, LONG printerwidth);

@@ -224,7 +224,7 @@ HANDLE CreateFileW(const WCHAR* name, DWORD access, DWORD /*share*/, void* /*sec
         SetLastError(ERROR_INVALID_PARAMETER);
         return INVALID_HANDLE_VALUE;
     }
-    auto* record = static_cast<FileRecord*>(PlatAlloc(sizeof(FileRecord), true));
+    auto* record = PlatNew<FileRecord>();
     if (!record) return INVALID_HANDLE_VALUE;
     int fd = disposition == CREATE_ALWAYS && write ? OpenForReplacement(path, flags, record)
                                                    : OpenChecked(path, flags, write);

@@ -21,11 +21,8 @@ bool UnregisterDc(GdiDcTag* dc) { return g_dcs.Erase(dc); }
 void NoDestroy(GdiObjectTag*) {}
 
 HDC NewDc(GdiDcKind kind) {
-    auto* dc = static_cast<GdiDcTag*>(PlatAlloc(sizeof(GdiDcTag), true));
-    if (!dc) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
+    auto* dc = PlatNew<GdiDcTag>();
+    if (!dc) return nullptr;
     dc->kind = kind;
     dc->bkMode = OPAQUE;
     dc->textColour = RGB(0, 0, 0);

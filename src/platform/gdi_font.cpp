@@ -152,14 +152,7 @@ void DestroyFont(GdiObjectTag* self) {
 }
 
 int DescribeFont(GdiObjectTag* self, int bytes, void* out) {
-    auto* font = static_cast<GdiFont*>(self);
-    if (!out) return int(sizeof(LOGFONTW));
-    if (bytes < int(sizeof(LOGFONTW))) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
-    }
-    std::memcpy(out, &font->logFont, sizeof(LOGFONTW));
-    return int(sizeof(LOGFONTW));
+    return GdiDescribeAs(static_cast<GdiFont*>(self)->logFont, bytes, out);
 }
 
 }  // namespace
@@ -242,11 +235,8 @@ HFONT CreateFontIndirectW(const LOGFONTW* lf) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    auto* font = static_cast<GdiFont*>(PlatAlloc(sizeof(GdiFont), true));
-    if (!font) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
+    auto* font = PlatNew<GdiFont>();
+    if (!font) return nullptr;
     if (!GdiFontLoad(font, lf)) {
         PlatFree(font);
         return nullptr;

@@ -25,14 +25,7 @@ void DestroyPen(GdiObjectTag* self) { PlatFree(self); }
 
 int DescribePen(GdiObjectTag* self, int bytes, void* out) {
     auto* pen = static_cast<GdiPen*>(self);
-    if (!out) return int(sizeof(LogPen));
-    if (bytes < int(sizeof(LogPen))) {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
-    }
-    LogPen lp{UINT(pen->style), POINT{pen->width, 0}, pen->colour};
-    std::memcpy(out, &lp, sizeof lp);
-    return int(sizeof lp);
+    return GdiDescribeAs(LogPen{UINT(pen->style), POINT{pen->width, 0}, pen->colour}, bytes, out);
 }
 
 // The round tip: for each row of the tip, the columns it covers.
@@ -142,11 +135,8 @@ HPEN CreatePen(int style, int width, COLORREF colour) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
-    auto* pen = static_cast<GdiPen*>(PlatAlloc(sizeof(GdiPen), true));
-    if (!pen) {
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
-    }
+    auto* pen = PlatNew<GdiPen>();
+    if (!pen) return nullptr;
     pen->type = GDI_PEN;
     pen->destroy = DestroyPen;
     pen->describe = DescribePen;

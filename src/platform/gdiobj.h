@@ -6,6 +6,8 @@
 #include <tovrel/handleset.h>
 #include <tovrel/platform.h>
 
+#include <cstring>
+
 enum GdiType : uint32_t {
     GDI_BITMAP = 1,
     GDI_PEN = 2,
@@ -44,7 +46,28 @@ inline GdiBitmap* GdiLookupBitmap(const void* handle) {
 // Type of a live object, or 0.
 uint32_t GdiTypeOf(const void* handle);
 
+// GetObjectW's answer for an object described by one structure: its size
+// when out is null, the copy when bytes holds it, else 0 with
+// ERROR_INVALID_PARAMETER.
+template <class Description>
+int GdiDescribeAs(const Description& description, int bytes, void* out) {
+    constexpr int kBytes = static_cast<int>(sizeof(Description));
+    if (!out) return kBytes;
+    if (bytes < kBytes) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return 0;
+    }
+    std::memcpy(out, &description, sizeof description);
+    return kBytes;
+}
+
 // The allocator behind LocalAlloc, shared by all platform code so that the
 // fault-injection hook reaches every allocation. Zeroed when asked.
 void* PlatAlloc(size_t bytes, bool zero);
 void PlatFree(void* p);
+// A zeroed object of the platform's own; nullptr with the last error set to
+// ERROR_NOT_ENOUGH_MEMORY (by PlatAlloc), as a Win32 call out of memory says.
+template <class T>
+T* PlatNew() {
+    return static_cast<T*>(PlatAlloc(sizeof(T), true));
+}

@@ -97,10 +97,10 @@ HMODULE LoadLibraryW(const WCHAR* name) {
         SetLastError(ERROR_MOD_NOT_FOUND);
         return nullptr;
     }
-    auto* m = static_cast<Module*>(PlatAlloc(sizeof(Module), true));
+    auto* m = PlatNew<Module>();
     if (!m) {
         dlclose(library);
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);  // whatever dlclose left behind
         return nullptr;
     }
     m->library = library;

@@ -14,6 +14,8 @@
 #include <cstring>
 #include <string>
 
+#include <tovrel/scopeguard.h>
+
 namespace {
 
 // pugixml's memory is the platform's, so that tests can fail any of it.
@@ -166,18 +168,12 @@ DWORD Load(ProfileDocument* document, const WCHAR* path) {
                 (bytes = LocalAlloc(LMEM_FIXED, size ? size : 1)) != nullptr &&
                 ReadFile(file, bytes, size, &got, nullptr) && got == size;
     CloseHandle(file);
-    if (!read) {
-        LocalFree(bytes);
-        return ProfileErrorOpenFailed;
-    }
+    TovScopeGuard freeBytes([bytes] { LocalFree(bytes); });
+    if (!read) return ProfileErrorOpenFailed;
     void* place = LocalAlloc(LMEM_FIXED, sizeof(pugi::xml_document));
-    if (!place) {
-        LocalFree(bytes);
-        return ProfileErrorOpenFailed;
-    }
+    if (!place) return ProfileErrorOpenFailed;
     document->Dom = new (place) pugi::xml_document();
     pugi::xml_parse_result parsed = document->Dom->load_buffer(bytes, size, kParseOptions, pugi::encoding_auto);
-    LocalFree(bytes);
     if (!parsed) return ProfileErrorOpenFailed;  // Dom stays set: the caller closes it
     document->Root = document->Dom->document_element();
     return 0;

@@ -78,7 +78,7 @@ const PfEntry* PfCatalogEntry(DWORD id) { return id >= 1 && id <= PF_FILTERS ? &
 extern "C" {
 
 DWORD tovProfilePFNameToID(const WCHAR* name) {
-    if (!name || tovProbePointer(name)) return 0;
+    if (tovCannotRead(name)) return 0;
     for (const PfEntry& entry : kCatalog)
         if (_wcsicmp(entry.pszName, name) == 0) return entry.dwID;
     return 0;
@@ -91,7 +91,7 @@ const WCHAR* tovProfilePFIDToName(DWORD id) {
 
 DWORD tovProfilePFParmNameToID(DWORD id, const WCHAR* name) {
     const PfEntry* entry = PfCatalogEntry(id);
-    if (!entry || !name || tovProbePointer(name)) return 0;
+    if (!entry || tovCannotRead(name)) return 0;
     for (DWORD parm = 1; parm <= PF_PARMS && entry->Parms[parm - 1].pszName; ++parm)
         if (_wcsicmp(entry->Parms[parm - 1].pszName, name) == 0) return parm;
     return 0;

@@ -176,7 +176,7 @@ DWORD SetParameter(DWORD slot, DWORD parm, const WCHAR* value) {
 extern "C" {
 
 DWORD tovGetProfileList(const WCHAR* file, WCHAR* names, DWORD capacity) {
-    if ((file && tovProbePointer(file)) || (capacity >= kListEntry && (!names || tovProbePointer(names))))
+    if ((file && tovCannotRead(file)) || (capacity >= kListEntry && tovCannotRead(names)))
         return 0;
     return ProfileGuarded([=]() -> DWORD {
         PrivateDocument list;
@@ -199,13 +199,13 @@ DWORD tovGetProfileList(const WCHAR* file, WCHAR* names, DWORD capacity) {
 }
 
 DWORD tovSaveProfile(const WCHAR* file, const WCHAR* name, DWORD flags) {
-    if (!name || tovProbePointer(name) || !name[0] || !NameStorable(name) || (file && tovProbePointer(file)))
+    if (tovCannotRead(name) || !name[0] || !NameStorable(name) || (file && tovCannotRead(file)))
         return DibErrorInvalidParm;
     return ProfileGuarded([=] { return SaveProfile(file, name, flags); });
 }
 
 DWORD tovDeleteProfile(const WCHAR* file, const WCHAR* name) {
-    if (!name || tovProbePointer(name) || !NameStorable(name) || (file && tovProbePointer(file)))
+    if (tovCannotRead(name) || !NameStorable(name) || (file && tovCannotRead(file)))
         return DibErrorInvalidParm;
     return ProfileGuarded([=] { return DeleteProfile(file, name); });
 }
@@ -231,12 +231,12 @@ DWORD tovDeleteProfilePF(DWORD slot) {
 }
 
 DWORD tovGetProfilePFParmValue(DWORD slot, DWORD parm, WCHAR* value, DWORD length) {
-    if (!SlotInRange(slot) || !value || tovProbePointer(value)) return DibErrorInvalidParm;
+    if (!SlotInRange(slot) || tovCannotRead(value)) return DibErrorInvalidParm;
     return ProfileGuarded([=] { return GetParameter(slot, parm, value, length); });
 }
 
 DWORD tovSetProfilePFParmValue(DWORD slot, DWORD parm, const WCHAR* value) {
-    if (!SlotInRange(slot) || !value || tovProbePointer(value)) return DibErrorInvalidParm;
+    if (!SlotInRange(slot) || tovCannotRead(value)) return DibErrorInvalidParm;
     return ProfileGuarded([=] { return SetParameter(slot, parm, value); });
 }
 

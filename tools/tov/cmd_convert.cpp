@@ -19,16 +19,13 @@ int RunConvert(tov::Arguments& args) {
     if (newDepth && depthText != "1" && depthText != "4" && depthText != "8")
         return tov::Fail("convert: --depth is 1, 4 or 8, not '" + depthText + "'");
     std::string error;
-    HDIB hdib = tov::LoadPicture(args[0], &error);
+    const tov::Picture hdib(tov::LoadPicture(args[0], &error));
     if (!hdib) return tov::Fail(error);
     if (!newDepth) depth = long(tovBitCount(hdib));  // the picture keeps its depth
     DWORD result = tovConvert(hdib, static_cast<DWORD>(depth));
-    if (result != tovOk) {
-        tovUnloadHDIB(hdib);
+    if (result != tovOk)
         return tov::Fail("convert: depth " + std::to_string(depth) + ": " + tov::ResultText(result));
-    }
     result = tov::SavePicture(hdib, args[1], static_cast<DWORD>(quality), &error);
-    tovUnloadHDIB(hdib);
     return result == tovOk ? 0 : tov::Fail(error);
 }
 

@@ -68,7 +68,7 @@ int RunOverlay(tov::Arguments& args) {
     if (hasText && text.empty()) return tov::Fail("overlay: --text is empty");
 
     std::string error;
-    HDIB hdib = tov::LoadPicture(args[0], &error);
+    const tov::Picture hdib(tov::LoadPicture(args[0], &error));
     if (!hdib) return tov::Fail(error);
     RECT size;
     if (hasText && MeasureText(tov::Wide(Unescape(text)), height, &size) &&
@@ -79,12 +79,8 @@ int RunOverlay(tov::Arguments& args) {
     const DWORD rasterOp = rop == "copy" ? SRCCOPY : SRCINVERT;
     DWORD result = hasText ? tovOverlayBuffer(hdib, tov::Wide(Unescape(text)).c_str(), DWORD(position), height, rasterOp)
                            : tovOverlayTimeDate(hdib, DWORD(position), height, rasterOp);
-    if (result != tovOk) {
-        tovUnloadHDIB(hdib);
-        return tov::Fail("overlay: " + tov::ResultText(result));
-    }
+    if (result != tovOk) return tov::Fail("overlay: " + tov::ResultText(result));
     result = tov::SavePicture(hdib, args[1], 0, &error);
-    tovUnloadHDIB(hdib);
     return result == tovOk ? 0 : tov::Fail(error);
 }
 

@@ -17,10 +17,9 @@ int RunPrn(tov::Arguments& args) {
     if (!args.Check("prn", 2)) return 1;
     if (margin > width) return tov::Fail("prn: --margin is wider than --width");
     std::string error;
-    HDIB hdib = tov::LoadPicture(args[0], &error);
+    const tov::Picture hdib(tov::LoadPicture(args[0], &error));
     if (!hdib) return tov::Fail(error);
     DWORD result = tovSavePRN(hdib, tov::Wide(args[1]).c_str(), kOneilFormat, LONG(width), LONG(margin));
-    tovUnloadHDIB(hdib);
     if (result != tovOk) return tov::Fail(args[1] + ": cannot be written: " + tov::ResultText(result));
     return 0;
 }

@@ -31,10 +31,9 @@ int RunSample(tov::Arguments& args) {
     args.IntOption("height", 1, kMaxSide, kDefaultHeight, &height);
     args.IntOption("depth", 1, 8, 8, &depth);
     if (!args.Check("sample", 1)) return 1;
-    HDIB hdib = tovCreateHDIBExt(width, height, 0, 8);
+    const tov::Picture hdib(tovCreateHDIBExt(width, height, 0, 8));
     BYTE* bits = tovBitsPtr(hdib);
     if (!hdib || !bits) {
-        if (hdib) tovUnloadHDIB(hdib);
         return tov::Fail("sample: no memory for a picture of " + std::to_string(width) + "x" +
                          std::to_string(height));
     }
@@ -48,7 +47,6 @@ int RunSample(tov::Arguments& args) {
     std::string error;
     if (result != tovOk) error = "sample: depth " + std::to_string(depth) + ": " + tov::ResultText(result);
     else result = tov::SavePicture(hdib, args[0], 0, &error);
-    tovUnloadHDIB(hdib);
     return result == tovOk ? 0 : tov::Fail(error);
 }
 

@@ -76,6 +76,20 @@ std::u16string Wide(const std::string& utf8);
 // input); *converted tells that it was colour or deeper than 8 bits and
 // has been read as 8-bit grey.
 HDIB LoadPicture(const std::string& path, std::string* error, bool* converted = nullptr);
+// A loaded picture that is unloaded on every way out of a command.
+class Picture {
+public:
+    explicit Picture(HDIB hdib) : hdib_(hdib) {}
+    ~Picture() {
+        if (hdib_) tovUnloadHDIB(hdib_);
+    }
+    Picture(const Picture&) = delete;
+    Picture& operator=(const Picture&) = delete;
+    operator HDIB() const { return hdib_; }
+
+private:
+    HDIB hdib_;
+};
 // Writes by the name's extension (.bmp, .jpg, .jpeg, .png; "-": PNG to
 // standard output).
 DWORD SavePicture(HDIB hdib, const std::string& path, DWORD quality, std::string* error);

@@ -158,7 +158,7 @@ bool DecodeJpeg(const std::string& b, GreyPicture* out, std::string* why) {
     err.pub.error_exit = JpegExit;
     err.pub.output_message = [](j_common_ptr) {};
     jpeg_create_decompress(&cinfo);
-    jpeg_mem_src(&cinfo, reinterpret_cast<const unsigned char*>(b.data()), (unsigned long)b.size());
+    jpeg_mem_src(&cinfo, reinterpret_cast<const unsigned char*>(b.data()), static_cast<unsigned long>(b.size()));
     std::vector<uint8_t> row;
     bool ok = JpegRows(&cinfo, &err, out, &row);
     if (!ok) {

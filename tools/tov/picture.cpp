@@ -35,16 +35,37 @@ std::string Extension(const std::string& path) {
     return Lower(path.substr(dot + 1));
 }
 
+// The library's picture formats as tov knows them: one row a format.
+struct PictureFormat {
+    DWORD format;        // tovFormat...
+    FileType content;    // what its first bytes say (decode.h)
+    const char* name;    // the library's extension
+    const char* alias;   // another extension people use, or nullptr
+};
+
+const PictureFormat kFormats[] = {
+    {tovFormatBMP, FileType::Bmp, "bmp", nullptr},
+    {tovFormatJPG, FileType::Jpeg, "jpg", "jpeg"},
+    {tovFormatPNG, FileType::Png, "png", nullptr},
+};
+
 DWORD FormatOfName(const std::string& path) {
     const std::string ext = Extension(path);
-    if (ext == "bmp") return tovFormatBMP;
-    if (ext == "jpg" || ext == "jpeg") return tovFormatJPG;
-    if (ext == "png") return tovFormatPNG;
+    for (const PictureFormat& f : kFormats)
+        if (ext == f.name || (f.alias && ext == f.alias)) return f.format;
+    return kUnknownFormat;
+}
+
+DWORD FormatOfContent(FileType type) {
+    for (const PictureFormat& f : kFormats)
+        if (type == f.content) return f.format;
     return kUnknownFormat;
 }
 
 const char* ExtensionOf(DWORD format) {
-    return format == tovFormatBMP ? "bmp" : format == tovFormatJPG ? "jpg" : "png";
+    for (const PictureFormat& f : kFormats)
+        if (format == f.format) return f.name;
+    return "";
 }
 
 // A private folder for files the library reads or writes under a name of
@@ -58,7 +79,7 @@ struct TempDir {
     }
     ~TempDir() {
         if (path.empty()) return;
-        for (const char* ext : {"bmp", "jpg", "png"}) unlink((path + "/picture." + ext).c_str());
+        for (const PictureFormat& f : kFormats) unlink(File(f.format).c_str());
         rmdir(path.c_str());
     }
     std::string File(DWORD format) const { return path + "/picture." + ExtensionOf(format); }
@@ -112,12 +133,11 @@ HDIB LoadPicture(const std::string& path, std::string* error, bool* converted) {
     if (converted) *converted = false;
     std::string bytes;
     if (!ReadAll(path, &bytes, error)) return nullptr;
-    const FileType type = TypeOfContent(bytes);
-    if (type == FileType::Unknown) {
+    const DWORD format = FormatOfContent(TypeOfContent(bytes));
+    if (format == kUnknownFormat) {
         *error = path + ": not a BMP, JPEG or PNG picture";
         return nullptr;
     }
-    const DWORD format = type == FileType::Bmp ? tovFormatBMP : type == FileType::Jpeg ? tovFormatJPG : tovFormatPNG;
     TempDir dir;
     if (dir.path.empty() || !WriteAll(dir.File(format), bytes)) {
         *error = path + ": no room for a temporary copy: " + std::strerror(errno);
