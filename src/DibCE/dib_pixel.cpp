@@ -4,25 +4,23 @@
 // own, so that operations on other threads never swap its routines.
 #include "dibce.h"
 
+#include <tovrel/packedpixel.h>
+
 extern "C" {
 
 DWORD DibGetPixel8(HDIB hdib, LONG x, LONG y) { return hdib->ppRow[y][x]; }
 
-DWORD DibGetPixel4(HDIB hdib, LONG x, LONG y) {
-    BYTE b = hdib->ppRow[y][x >> 1];
-    return (x & 1) ? (b & 0x0Fu) : (b >> 4);
-}
+DWORD DibGetPixel4(HDIB hdib, LONG x, LONG y) { return PackedGet(hdib->ppRow[y], x, 4); }
 
-DWORD DibGetPixel1(HDIB hdib, LONG x, LONG y) {
-    return (hdib->ppRow[y][x >> 3] >> (7 - (x & 7))) & 1u;
-}
+DWORD DibGetPixel1(HDIB hdib, LONG x, LONG y) { return PackedGet(hdib->ppRow[y], x, 1); }
 
 void DibSetPixel8(HDIB hdib, LONG x, LONG y, DWORD value) {
     hdib->ppRow[y][x] = static_cast<BYTE>(value);
 }
 
-// The value is not masked: bits above the pixel's field fall on the
-// neighbours to its left in the same byte, and those past the byte are lost.
+// Unlike PackedPut, the value is not masked: bits above the pixel's field
+// fall on the neighbours to its left in the same byte, and those past the
+// byte are lost. Callers of the exported setters see that, so it stays.
 void DibSetPixel4(HDIB hdib, LONG x, LONG y, DWORD value) {
     BYTE* p = &hdib->ppRow[y][x >> 1];
     if (x & 1)

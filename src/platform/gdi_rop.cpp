@@ -6,15 +6,17 @@
 // little-endian XRGB words. Raw values of 24 and 32 bits read as 0x00RRGGBB.
 #include "gdidc.h"
 
+#include <tovrel/packedpixel.h>
+
 #include <array>
 #include <utility>
 
 DWORD GdiGetRaw(const BYTE* row, LONG x, int bpp) {
     switch (bpp) {
-    case 1: return (row[x >> 3] >> (7 - (x & 7))) & 1u;
-    case 2: return (row[x >> 2] >> (6 - 2 * (x & 3))) & 3u;
-    case 4: return (row[x >> 1] >> ((x & 1) ? 0 : 4)) & 15u;
-    case 8: return row[x];
+    case 1:
+    case 2:
+    case 4:
+    case 8: return PackedGet(row, x, bpp);
     case 16: return DWORD(row[2 * x]) | DWORD(row[2 * x + 1]) << 8;
     case 24: {
         const BYTE* p = row + 3 * int64_t(x);
@@ -29,22 +31,10 @@ DWORD GdiGetRaw(const BYTE* row, LONG x, int bpp) {
 
 void GdiPutRaw(BYTE* row, LONG x, int bpp, DWORD v) {
     switch (bpp) {
-    case 1: {
-        BYTE m = BYTE(0x80u >> (x & 7));
-        row[x >> 3] = BYTE((row[x >> 3] & ~m) | ((v & 1u) ? m : 0));
-        break;
-    }
-    case 2: {
-        int sh = 6 - 2 * (x & 3);
-        row[x >> 2] = BYTE((row[x >> 2] & ~(3u << sh)) | ((v & 3u) << sh));
-        break;
-    }
-    case 4: {
-        int sh = (x & 1) ? 0 : 4;
-        row[x >> 1] = BYTE((row[x >> 1] & ~(15u << sh)) | ((v & 15u) << sh));
-        break;
-    }
-    case 8: row[x] = BYTE(v); break;
+    case 1:
+    case 2:
+    case 4:
+    case 8: PackedPut(row, x, bpp, v); break;
     case 16:
         row[2 * x] = BYTE(v);
         row[2 * x + 1] = BYTE(v >> 8);
