@@ -490,7 +490,7 @@ extern "C" DWORD DibHistogramStretchEx(HDIB hdib, LONG low, LONG high, DWORD mod
     DebugTrace(DIB_LEVEL_FRAME, u">DibHistogramStretch(%lld,%d,%d,%d)\r\n", TRACE_PTR(hdib), low, high,
                (int)mode);
     // The arguments come before the handle.
-    if (mode > 1 || low < 0 || high < 0 || high < low) return DibErrorInvalidParm;
+    if (mode > TOV_STRETCH_MODE_MAX || low < 0 || high < 0 || high < low) return DibErrorInvalidParm;
     if (high > (mode == 0 ? DIB_STRETCH_LEVEL_MAX : DIB_STRETCH_PERCENT_MAX)) return DibErrorInvalidParm;
     return Stretch(hdib, low, high, mode, false);
 }
