@@ -22,7 +22,7 @@ typedef struct EsPair {
 enum {
     tovOk = 0,
     DibOk = 0,
-    DibErrorMemoryAlocation = 1,
+    DibErrorMemoryAlocation = 1, /* sic: the device's name, one l */
     DibErrorMemoryFree = 2,
     DibErrorFileCreation = 3,
     DibErrorFileWrite = 4,

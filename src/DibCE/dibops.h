@@ -70,6 +70,7 @@ DWORD DibDespeckle(HDIB hdib, DWORD threshold, DWORD background);
 /* A copy of hdib, newHeight x newWidth, with the picture centred and
  * mirrored borders; NULL on failure. The height comes first. */
 HDIB DibCreateCopyConvolve(HDIB hdib, LONG newHeight, LONG newWidth);
+/* "Threshhold" (sic) is the device's spelling, in the name and in its traces. */
 DWORD DibConvolutionFilterThreshhold(HDIB hdib, const LONG* kernel, LONG rows, LONG cols,
                                      LONG divisor, LONG bias, LONG threshold);
 DWORD DibConvolutionFilter(HDIB hdib, const LONG* kernel, LONG rows, LONG cols,

@@ -45,6 +45,7 @@ bool cmInitSessionExt(void) {
     const EngineFunctions& e = Camera.engine;
     DebugTrace(DIB_LEVEL_FRAME, u">cmInitSessionExt()\r\n");
     if (Camera.hScanSession) {
+        // The device's own texts, misspellings (sic) and all: logs are compared with them.
         DebugTrace(DIB_LEVEL_FRAME, u"   !Imaged alread initialized cmInitSesion() returned\r\n");
         DebugTrace(DIB_LEVEL_FRAME, u"<cmInitSessionExt()=false\r\n");
         return false;
