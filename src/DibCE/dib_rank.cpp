@@ -312,6 +312,12 @@ struct WindowArgs {
     DWORD threshold;
 };
 
+// The filter works through the rows in the order they lie in memory, from
+// the bottom row up, which the processor's prefetching follows: a 3x3
+// window is the same turned upside down, so the results are too. Row k of
+// that order is row height - 1 - k of the picture.
+inline BYTE* InMemoryOrder(HDIB hdib, LONG height, LONG k) { return hdib->ppRow[height - 1 - k]; }
+
 // The working copy, filled a row at a time just before the filter first
 // reads the row, while the row is still as it was: so the copy's rows are
 // in the cache when the windows read them, and the picture is read once.
@@ -319,9 +325,10 @@ class RowFiller {
 public:
     RowFiller(HDIB target, HDIB copy, DWORD bitcount, LONG width, LONG height)
         : target_(target), copy_(copy), stride_((size_t)DibRowBytes(width, bitcount)), height_(height) {}
-    // Rows up to y (below the height) are in the copy.
-    void Through(LONG y) {
-        for (; filled_ <= y; ++filled_) memcpy(copy_->ppRow[filled_], target_->ppRow[filled_], stride_);
+    // Rows up to k (below the height) of the memory order are in the copy.
+    void Through(LONG k) {
+        for (; filled_ <= k; ++filled_)
+            memcpy(InMemoryOrder(copy_, height_, filled_), InMemoryOrder(target_, height_, filled_), stride_);
     }
     // The rest of the store: rows not read, and bytes past the last row.
     void Finish(size_t storeBytes) {
@@ -351,22 +358,22 @@ void FilterInterior(HDIB target, HDIB copy, RowFiller& fill, DWORD bitcount, LON
         if (w.kind == Window::Rank) rankRow(a, b, c, out, k, w.rank);
         else despeckleRow(a, b, c, out, k, w.background, limit);
     };
-    BYTE* const* src = copy->ppRow;
-    BYTE* const* dst = target->ppRow;
+    auto src = [copy, height](LONG k) { return InMemoryOrder(copy, height, k); };
+    auto dst = [target, height](LONG k) { return InMemoryOrder(target, height, k); };
     LONG y = 1;
     if (bitcount == 8 && w.kind == Window::Rank && (w.rank == 0 || w.rank >= DIB_RANK_MAX)) {
         const ExtremeRowsFn extremeRows = DIB_PICK(ExtremeRowsWay);
         for (; y + 1 < height - 1; y += 2) {
             fill.Through(y + 2);
-            extremeRows(src[y - 1], src[y], src[y + 1], src[y + 2], dst[y] + 1, dst[y + 1] + 1, n, w.rank != 0);
+            extremeRows(src(y - 1), src(y), src(y + 1), src(y + 2), dst(y) + 1, dst(y + 1) + 1, n, w.rank != 0);
         }
     }
     for (; y < height - 1; ++y) {
         fill.Through(y + 1);
-        const BYTE* a = src[y - 1];
-        const BYTE* b = src[y];
-        const BYTE* c = src[y + 1];
-        BYTE* row = dst[y];
+        const BYTE* a = src(y - 1);
+        const BYTE* b = src(y);
+        const BYTE* c = src(y + 1);
+        BYTE* row = dst(y);
         if (bitcount == 8) {
             kernel(a, b, c, row + 1, n);
             continue;
