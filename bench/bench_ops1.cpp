@@ -54,7 +54,7 @@ void BM_RankFilter(benchmark::State& state) {
 }
 BENCHMARK(BM_RankFilter)
     ->ArgsProduct({{640}, {480}, {0, 1, 2, 3, 4, 5, 6, 7, 8}})
-    ->Args({4096, 4096, 4})
+    ->ArgsProduct({{4096}, {4096}, {0, 4, 8}})
     ->ArgNames({"w", "h", "rank"})
     ->Unit(benchmark::kMicrosecond);
 

@@ -151,6 +151,15 @@ size_t PlatUtf8ToWide(const char* text, WCHAR* out, size_t cap);
  * GetObjectW gives the header back unchanged (biClrUsed, biSizeImage). */
 HBITMAP CreateDIBSection(HDC dc, const BITMAPINFO* info, UINT usage, void** bits,
                          HANDLE section, DWORD offset);
+/* CreateDIBSection for an info block the library built itself in its own
+ * memory (header and colour table readable), which is therefore not probed.
+ * With zero FALSE the store is left as the allocator gives it: for a caller
+ * that writes every byte of it before reading any. */
+HBITMAP PlatCreateOwnDIBSection(const BITMAPINFO* info, void** bits, BOOL zero);
+/* Two live sections of the same header trade their pixel stores; each
+ * handle stays what it was (selected or not). FALSE, and nothing traded,
+ * for anything else. */
+BOOL PlatExchangeDIBSectionStores(HBITMAP a, HBITMAP b);
 int GetObjectW(HGDIOBJ object, int bytes, void* out);
 BOOL DeleteObject(HGDIOBJ object);
 

@@ -14,6 +14,10 @@
  */
 #include <string.h>
 
+#if defined(__x86_64__) && defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "dibops.h"
 
 namespace {
@@ -188,16 +192,32 @@ void ScaleRows(BYTE* const* srcRows, BYTE* const* dstRows, LONG newWidth, LONG n
 
 // Crop and scale work from a private copy of the whole picture, made before
 // the bitmap is re-made at its new size (DibResize) and unloaded after the
-// surviving pixels are written. A re-make that fails gives the copy back.
+// surviving pixels are written. The bitmap's own store is given up by the
+// re-make, so the copy takes it over (it holds the picture exactly) and the
+// store made for the copy goes to the re-make in its place; a re-make that
+// refuses gives the store back, so the picture stays as it was. The new
+// store is not cleared: the callers write every byte of it.
 HDIB CopyThenResize(HDIB hdib, DWORD width, DWORD height, const WCHAR* failText) {
-    HDIB copy = DibCreateCopy(hdib);
+    HDIB copy = DibCreateWorkingCopy(hdib);
     if (copy == NULL) return NULL;
-    if (DibResize(hdib, (LONG)width, (LONG)height) != DibOk) {
+    BYTE* const own = hdib->pBits;
+    if (!DibExchangeStores(hdib, copy)) memcpy(copy->pBits, own, DibBitsSize(hdib));
+    if (DibResizeUncleared(hdib, (LONG)width, (LONG)height) != DibOk) {
+        if (hdib->pBits && hdib->pBits != own && copy->pBits == own) DibExchangeStores(hdib, copy);
         DebugTrace(DIB_LEVEL_OP, failText);
         DibUnload(copy);
         return NULL;
     }
     return copy;
+}
+
+// Clears what the pixels of a new row leave: the bytes past the last whole
+// byte of pixels (at 1 and 4 bits all of them, as pixels are merged in).
+void ClearRowTails(HDIB hdib, LONG width, LONG height, int bpp) {
+    const size_t stride = (size_t)DibRowBytes(width, bpp);
+    const size_t kept = bpp == 8 ? (size_t)width : 0;
+    if (kept == stride) return;
+    for (LONG y = 0; y < height; ++y) memset(hdib->ppRow[y] + kept, 0, stride - kept);
 }
 
 // Entry checks shared by the four: a good handle of a depth with pixel
@@ -211,20 +231,75 @@ DWORD CheckGeometry(HDIB hdib, int* bpp) {
     return DibOk;
 }
 
+// Pictures larger than this (in bytes) are flipped with the copy written
+// past the cache: it is not read again, and the cache keeps the picture.
+const size_t kStreamCopyBytes = (size_t)4 << 20;
+
+// Upside down at 8 bits, two rows at a time: each of the rows y and z goes
+// into the copy and into the other's place in one read. 16-byte-aligned
+// copy rows take the copy with non-temporal stores, which also spares the
+// processor reading the copy's lines before it writes them.
+void SwapRowsThroughCopy(BYTE* ry, BYTE* rz, BYTE* cy, BYTE* cz, size_t stride, size_t width, bool stream) {
+    size_t i = 0;
+#if defined(__x86_64__) && defined(__SSE2__)
+    if (stream && ((uintptr_t)cy % 16) == 0 && ((uintptr_t)cz % 16) == 0) {
+        for (; i + 16 <= width; i += 16) {
+            const __m128i a = _mm_loadu_si128((const __m128i*)(ry + i));
+            const __m128i b = _mm_loadu_si128((const __m128i*)(rz + i));
+            _mm_stream_si128((__m128i*)(cy + i), a);
+            _mm_stream_si128((__m128i*)(cz + i), b);
+            _mm_storeu_si128((__m128i*)(ry + i), b);
+            _mm_storeu_si128((__m128i*)(rz + i), a);
+        }
+    }
+#else
+    (void)stream;
+#endif
+    memcpy(cy + i, ry + i, stride - i);
+    memcpy(cz + i, rz + i, stride - i);
+    memcpy(ry + i, cz + i, width - i);
+    memcpy(rz + i, cy + i, width - i);
+}
+
 // Both flips from a copy of the whole picture: each row either from the
-// opposite row (upside down) or from itself mirrored (left to right).
+// opposite row (upside down) or from itself mirrored (left to right). The
+// copy is filled a row or a pair of rows at a time, just before those rows
+// are read back, so that both passes find them in the first-level cache.
 DWORD Flip(HDIB hdib, bool upsideDown) {
     int bpp = 0;
     if (CheckGeometry(hdib, &bpp) != DibOk) return DibErrorInvalidDIB;
-    HDIB copy = DibCreateCopy(hdib);
+    HDIB copy = DibCreateWorkingCopy(hdib);
     if (copy == NULL) return DibErrorUnknown;
     const LONG width = DibWidth(hdib);
     const LONG height = DibHeight(hdib);
-    for (LONG y = 0; y < height && width > 0; ++y) {
-        if (upsideDown)
-            CopyPixelRun(hdib->ppRow[y], copy->ppRow[height - 1 - y], 0, width, bpp);
-        else
-            MirrorRow(hdib->ppRow[y], copy->ppRow[y], width, bpp);
+    const size_t stride = (size_t)DibRowBytes(width, bpp);
+    // Store bytes past the last row, when the header asks for more.
+    const size_t rows = stride * (size_t)height, store = DibBitsSize(hdib);
+    if (store > rows) memcpy(copy->pBits + rows, hdib->pBits + rows, store - rows);
+    BYTE* const* dst = hdib->ppRow;
+    BYTE* const* src = copy->ppRow;
+    if (upsideDown && bpp == 8) {
+        const bool stream = rows > kStreamCopyBytes;
+        for (LONG y = 0, z = height - 1; y <= z; ++y, --z) {
+            if (y == z) memcpy(src[y], dst[y], stride);  // the middle row stays
+            else SwapRowsThroughCopy(dst[y], dst[z], src[y], src[z], stride, (size_t)width, stream);
+        }
+#if defined(__x86_64__) && defined(__SSE2__)
+        _mm_sfence();  // the streamed copy complete before it is given back
+#endif
+    } else if (upsideDown) {
+        for (LONG y = 0, z = height - 1; y <= z; ++y, --z) {
+            memcpy(src[y], dst[y], stride);
+            if (y == z) break;  // the middle row stays
+            memcpy(src[z], dst[z], stride);
+            CopyPixelRun(dst[y], src[z], 0, width, bpp);
+            CopyPixelRun(dst[z], src[y], 0, width, bpp);
+        }
+    } else {
+        for (LONG y = 0; y < height; ++y) {
+            memcpy(src[y], dst[y], stride);
+            MirrorRow(dst[y], src[y], width, bpp);
+        }
     }
     DibUnload(copy);
     return DibOk;
@@ -265,6 +340,7 @@ DWORD DibCrop(HDIB hdib, DWORD x, DWORD y, DWORD width, DWORD height) {
     }
     HDIB copy = CopyThenResize(hdib, width, height, u"   !DibCrop():DibErrorUnknown\r\n");
     if (copy == NULL) return DibErrorUnknown;
+    ClearRowTails(hdib, (LONG)width, (LONG)height, bpp);
     for (DWORD j = 0; j < height; ++j) CopyPixelRun(hdib->ppRow[j], copy->ppRow[y + j], x, (LONG)width, bpp);
     DibUnload(copy);
     DebugTrace(DIB_LEVEL_OP, u"<DibCrop()=DibOk\r\n");
@@ -292,6 +368,7 @@ DWORD DibScale(HDIB hdib, DWORD percent) {
     HDIB copy = CopyThenResize(hdib, newWidth, newHeight, u"   !DibScale():DibErrorUnknown\r\n");
     if (copy == NULL) return DibErrorUnknown;
     DIB_ASSERT(scalefactor != 0);
+    ClearRowTails(hdib, (LONG)newWidth, (LONG)newHeight, bpp);
     const float inverse = 1.0f / scalefactor;
     ScaleRows(copy->ppRow, hdib->ppRow, (LONG)newWidth, (LONG)newHeight, width, height, inverse, bpp);
     DibUnload(copy);

@@ -6,8 +6,10 @@
  * The 8-bit kernels work on whole rows with branch-free min/max networks
  * that the compiler turns into vector code: each column of three is sorted
  * once and shared by the three windows that contain it, and each rank has
- * its own selection network on the sorted columns. 1- and 4-bit rows are
- * unpacked into bytes in strips, filtered by the same kernels and packed.
+ * its own selection network on the sorted columns; the minimum and maximum
+ * separate into columns and rows. 1- and 4-bit rows are unpacked into bytes
+ * in strips, filtered by the same kernels and packed. The private copy is
+ * filled row by row as the filter reaches the rows.
  */
 #include <string.h>
 
@@ -15,14 +17,16 @@
 #include "dibops.h"
 
 // Columns handled at a time: the strip buffers live on the stack and in L1.
-#define DIB_RANK_STRIP 512
+#define DIB_RANK_STRIP 2048
 
-// The kernels' bodies are inlined into a plain and an AVX2 wrapper, and the
-// processor picks one at run time. (Resolving at load time, as ifunc-based
-// clones do, runs before ThreadSanitizer is ready and crashes it.)
+// The kernels' bodies are templates on the block length, inlined into a
+// plain, an AVX2 and an AVX-512 wrapper, and the processor picks one at run
+// time. (Resolving at load time, as ifunc-based clones do, runs before
+// ThreadSanitizer is ready and crashes it.)
 #if defined(__x86_64__) && defined(__GNUC__)
 #define DIB_HAVE_AVX2_WAY 1
 #define DIB_AVX2 __attribute__((target("avx2")))
+#define DIB_AVX512 __attribute__((target("avx2,avx512f,avx512bw,avx512vl,prefer-vector-width=512")))
 #endif
 #define DIB_INLINE static inline __attribute__((always_inline))
 
@@ -34,15 +38,23 @@ DIB_INLINE BYTE Min3(BYTE a, BYTE b, BYTE c) { return Lo(Lo(a, b), c); }
 DIB_INLINE BYTE Max3(BYTE a, BYTE b, BYTE c) { return Hi(Hi(a, b), c); }
 DIB_INLINE BYTE Med3(BYTE a, BYTE b, BYTE c) { return Hi(Lo(a, b), Lo(Hi(a, b), c)); }
 
-// Runs f(i) for i below n: whole blocks of 32 first, whose fixed length lets
-// the compiler replace them by vector code entirely (so also at -O2), then
-// the rest one by one.
+// Runs f(i) for i below n: whole blocks of B first, whose fixed length lets
+// the compiler replace them by vector code of that width entirely (so also
+// at -O2), then the rest one by one.
 #define DIB_EACH [&](size_t i) __attribute__((always_inline))
-template <class F>
+template <size_t B, class F>
 DIB_INLINE void ForEach(size_t n, F f) {
     size_t i = 0;
-    for (; i + 32 <= n; i += 32)
-        for (size_t j = i; j < i + 32; ++j) f(j);
+    for (; i + B <= n; i += B)
+        for (size_t j = i; j < i + B; ++j) f(j);
+    // The rest as one more block that ends at n, overlapping the last one,
+    // when there is room: f(i) only reads what no f writes, so running it
+    // twice gives the same values.
+    if (i < n && n >= B) {
+        i = n - B;
+        for (size_t j = i; j < i + B; ++j) f(j);
+        return;
+    }
     for (; i < n; ++i) f(i);
 }
 
@@ -53,21 +65,22 @@ DIB_INLINE void ForEach(size_t n, F f) {
 // The value of rank k is the least maximum over the down-closed sets of k + 1
 // cells of that matrix (and, mirrored, the greatest minimum over up-closed
 // sets of 9 - k cells), which gives one small network a rank.
+template <size_t B>
 DIB_INLINE void SelectRank(const BYTE* __restrict L, const BYTE* __restrict M, const BYTE* __restrict H,
                            BYTE* __restrict out, size_t n, DWORD rank) {
     switch (rank) {
     case 1:
-        ForEach(n, DIB_EACH { out[i] = Lo(Med3(L[i], L[i + 1], L[i + 2]), Min3(M[i], M[i + 1], M[i + 2])); });
+        ForEach<B>(n, DIB_EACH { out[i] = Lo(Med3(L[i], L[i + 1], L[i + 2]), Min3(M[i], M[i + 1], M[i + 2])); });
         break;
     case 2:
-        ForEach(n, DIB_EACH {
+        ForEach<B>(n, DIB_EACH {
             BYTE m01 = Med3(L[i], L[i + 1], L[i + 2]), m02 = Max3(L[i], L[i + 1], L[i + 2]);
             BYTE m10 = Min3(M[i], M[i + 1], M[i + 2]), m20 = Min3(H[i], H[i + 1], H[i + 2]);
             out[i] = Min3(Hi(m01, m10), m02, m20);
         });
         break;
     case 3:
-        ForEach(n, DIB_EACH {
+        ForEach<B>(n, DIB_EACH {
             BYTE m01 = Med3(L[i], L[i + 1], L[i + 2]), m02 = Max3(L[i], L[i + 1], L[i + 2]);
             BYTE m10 = Min3(M[i], M[i + 1], M[i + 2]), m11 = Med3(M[i], M[i + 1], M[i + 2]);
             BYTE m20 = Min3(H[i], H[i + 1], H[i + 2]);
@@ -75,7 +88,7 @@ DIB_INLINE void SelectRank(const BYTE* __restrict L, const BYTE* __restrict M, c
         });
         break;
     case 4:
-        ForEach(n, DIB_EACH {
+        ForEach<B>(n, DIB_EACH {
             BYTE m02 = Max3(L[i], L[i + 1], L[i + 2]);
             BYTE m11 = Med3(M[i], M[i + 1], M[i + 2]);
             BYTE m20 = Min3(H[i], H[i + 1], H[i + 2]);
@@ -83,7 +96,7 @@ DIB_INLINE void SelectRank(const BYTE* __restrict L, const BYTE* __restrict M, c
         });
         break;
     case 5:
-        ForEach(n, DIB_EACH {
+        ForEach<B>(n, DIB_EACH {
             BYTE m02 = Max3(L[i], L[i + 1], L[i + 2]);
             BYTE m11 = Med3(M[i], M[i + 1], M[i + 2]), m12 = Max3(M[i], M[i + 1], M[i + 2]);
             BYTE m20 = Min3(H[i], H[i + 1], H[i + 2]), m21 = Med3(H[i], H[i + 1], H[i + 2]);
@@ -91,14 +104,14 @@ DIB_INLINE void SelectRank(const BYTE* __restrict L, const BYTE* __restrict M, c
         });
         break;
     case 6:
-        ForEach(n, DIB_EACH {
+        ForEach<B>(n, DIB_EACH {
             BYTE m02 = Max3(L[i], L[i + 1], L[i + 2]), m12 = Max3(M[i], M[i + 1], M[i + 2]);
             BYTE m20 = Min3(H[i], H[i + 1], H[i + 2]), m21 = Med3(H[i], H[i + 1], H[i + 2]);
             out[i] = Max3(Lo(m21, m12), m20, m02);
         });
         break;
     case 7:
-        ForEach(n, DIB_EACH { out[i] = Hi(Med3(H[i], H[i + 1], H[i + 2]), Max3(M[i], M[i + 1], M[i + 2])); });
+        ForEach<B>(n, DIB_EACH { out[i] = Hi(Med3(H[i], H[i + 1], H[i + 2]), Max3(M[i], M[i + 1], M[i + 2])); });
         break;
     default:
         break;
@@ -106,9 +119,10 @@ DIB_INLINE void SelectRank(const BYTE* __restrict L, const BYTE* __restrict M, c
 }
 
 // Sorts the n columns of three: L, M and H get the lowest, middle, highest.
+template <size_t B>
 DIB_INLINE void SortColumns(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
                             BYTE* __restrict L, BYTE* __restrict M, BYTE* __restrict H, size_t n) {
-    ForEach(n, DIB_EACH {
+    ForEach<B>(n, DIB_EACH {
         BYTE lo = Lo(a[i], b[i]), hi = Hi(a[i], b[i]);
         L[i] = Lo(lo, c[i]);
         BYTE up = Hi(lo, c[i]);
@@ -117,61 +131,65 @@ DIB_INLINE void SortColumns(const BYTE* __restrict a, const BYTE* __restrict b, 
     });
 }
 
-// Ranks 0 and 8 need only the extreme of each column.
-DIB_INLINE void ExtremeRow(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
-                           BYTE* __restrict col, BYTE* __restrict out, size_t n, bool maximum) {
-    if (maximum) {
-        ForEach(n + 2, DIB_EACH { col[i] = Max3(a[i], b[i], c[i]); });
-        ForEach(n, DIB_EACH { out[i] = Max3(col[i], col[i + 1], col[i + 2]); });
-    } else {
-        ForEach(n + 2, DIB_EACH { col[i] = Min3(a[i], b[i], c[i]); });
-        ForEach(n, DIB_EACH { out[i] = Min3(col[i], col[i + 1], col[i + 2]); });
-    }
+// Ranks 0 and 8 are the window's minimum and maximum, which separate: the
+// extreme of each column of three, then of three neighbouring columns. Two
+// output rows share the extreme of their two common rows, so the kernel
+// takes four rows (a to d) and writes the rows centred on b and c.
+template <size_t B, bool Maximum>
+DIB_INLINE void ExtremeStrip(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
+                             const BYTE* __restrict d, BYTE* __restrict colB, BYTE* __restrict colC,
+                             BYTE* __restrict outB, BYTE* __restrict outC, size_t n) {
+    auto pick = [](BYTE x, BYTE y) __attribute__((always_inline)) { return Maximum ? Hi(x, y) : Lo(x, y); };
+    ForEach<B>(n + 2, DIB_EACH {
+        BYTE m = pick(b[i], c[i]);
+        colB[i] = pick(a[i], m);
+        colC[i] = pick(m, d[i]);
+    });
+    ForEach<B>(n, DIB_EACH {
+        outB[i] = pick(pick(colB[i], colB[i + 1]), colB[i + 2]);
+        outC[i] = pick(pick(colC[i], colC[i + 1]), colC[i + 2]);
+    });
 }
 
-DIB_INLINE void RankRow(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out, size_t n,
-                        DWORD rank) {
-    BYTE L[DIB_RANK_STRIP + 2], M[DIB_RANK_STRIP + 2], H[DIB_RANK_STRIP + 2];
+// One output row (outC null) or two, in strips.
+template <size_t B>
+DIB_INLINE void ExtremeRows(const BYTE* a, const BYTE* b, const BYTE* c, const BYTE* d, BYTE* outB, BYTE* outC,
+                            size_t n, bool maximum) {
+    alignas(64) BYTE colB[DIB_RANK_STRIP + 2], colC[DIB_RANK_STRIP + 2], spare[DIB_RANK_STRIP];
     for (size_t x = 0; x < n; x += DIB_RANK_STRIP) {
         const size_t k = n - x < DIB_RANK_STRIP ? n - x : DIB_RANK_STRIP;
-        if (rank == 0 || rank >= DIB_RANK_MAX) {
-            ExtremeRow(above + x, middle + x, below + x, L, out + x, k, rank != 0);
-        } else {
-            SortColumns(above + x, middle + x, below + x, L, M, H, k + 2);
-            SelectRank(L, M, H, out + x, k, rank);
-        }
+        // A single row runs as the pair (a, b, c, c): its partner is thrown away.
+        const BYTE* dd = outC ? d + x : c + x;
+        BYTE* oc = outC ? outC + x : spare;
+        if (maximum) ExtremeStrip<B, true>(a + x, b + x, c + x, dd, colB, colC, outB + x, oc, k);
+        else ExtremeStrip<B, false>(a + x, b + x, c + x, dd, colB, colC, outB + x, oc, k);
     }
 }
 
-static void RankRowPlain(const BYTE* a, const BYTE* b, const BYTE* c, BYTE* out, size_t n, DWORD rank) {
-    RankRow(a, b, c, out, n, rank);
-}
-
-#ifdef DIB_HAVE_AVX2_WAY
-DIB_AVX2 static void RankRowAvx2(const BYTE* a, const BYTE* b, const BYTE* c, BYTE* out, size_t n, DWORD rank) {
-    RankRow(a, b, c, out, n, rank);
-}
-#endif
-
-extern "C" void DibRankRow8(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out, size_t n,
-                            DWORD rank) {
-#ifdef DIB_HAVE_AVX2_WAY
-    if (DibCpuHas(DIB_CPU_AVX2)) {
-        RankRowAvx2(above, middle, below, out, n, rank);
+template <size_t B>
+DIB_INLINE void RankRow(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out, size_t n,
+                        DWORD rank) {
+    if (rank == 0 || rank >= DIB_RANK_MAX) {
+        ExtremeRows<B>(above, middle, below, nullptr, out, nullptr, n, rank != 0);
         return;
     }
-#endif
-    RankRowPlain(above, middle, below, out, n, rank);
+    alignas(64) BYTE L[DIB_RANK_STRIP + 2], M[DIB_RANK_STRIP + 2], H[DIB_RANK_STRIP + 2];
+    for (size_t x = 0; x < n; x += DIB_RANK_STRIP) {
+        const size_t k = n - x < DIB_RANK_STRIP ? n - x : DIB_RANK_STRIP;
+        SortColumns<B>(above + x, middle + x, below + x, L, M, H, k + 2);
+        SelectRank<B>(L, M, H, out + x, k, rank);
+    }
 }
 
+template <size_t B>
 DIB_INLINE void DespeckleStrip(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
                                BYTE* __restrict count, BYTE* __restrict out, size_t n, BYTE background,
                                BYTE threshold) {
     // Column counts of pixels other than the background, each shared by three windows.
-    ForEach(n + 2, DIB_EACH {
+    ForEach<B>(n + 2, DIB_EACH {
         count[i] = (BYTE)((a[i] != background) + (b[i] != background) + (c[i] != background));
     });
-    ForEach(n, DIB_EACH {
+    ForEach<B>(n, DIB_EACH {
         BYTE centre = b[i + 1];
         BYTE other = centre != background;
         BYTE neighbours = (BYTE)(count[i] + count[i + 1] + count[i + 2] - other);
@@ -179,38 +197,60 @@ DIB_INLINE void DespeckleStrip(const BYTE* __restrict a, const BYTE* __restrict 
     });
 }
 
+template <size_t B>
 DIB_INLINE void DespeckleRow(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out, size_t n,
                              BYTE background, BYTE threshold) {
-    BYTE count[DIB_RANK_STRIP + 2];
+    alignas(64) BYTE count[DIB_RANK_STRIP + 2];
     for (size_t x = 0; x < n; x += DIB_RANK_STRIP) {
         const size_t k = n - x < DIB_RANK_STRIP ? n - x : DIB_RANK_STRIP;
-        DespeckleStrip(above + x, middle + x, below + x, count, out + x, k, background, threshold);
+        DespeckleStrip<B>(above + x, middle + x, below + x, count, out + x, k, background, threshold);
     }
 }
 
-static void DespeckleRowPlain(const BYTE* a, const BYTE* b, const BYTE* c, BYTE* out, size_t n, BYTE background,
-                              BYTE threshold) {
-    DespeckleRow(a, b, c, out, n, background, threshold);
+// The three ways of each kernel, and the one the processor is given.
+#define DIB_KERNEL_WAYS(Name, Body, Params, Args)                     \
+    static void Name##Plain Params { Body<32> Args; }                 \
+    DIB_WAY_AVX2(static void Name##Avx2 Params { Body<32> Args; })    \
+    DIB_WAY_AVX512(static void Name##Avx512 Params { Body<64> Args; })
+#ifdef DIB_HAVE_AVX2_WAY
+#define DIB_WAY_AVX2(f) DIB_AVX2 f
+#define DIB_WAY_AVX512(f) DIB_AVX512 f
+#define DIB_PICK(Name) \
+    (DibCpuHas(DIB_CPU_AVX512) ? Name##Avx512 : DibCpuHas(DIB_CPU_AVX2) ? Name##Avx2 : Name##Plain)
+#else
+#define DIB_WAY_AVX2(f)
+#define DIB_WAY_AVX512(f)
+#define DIB_PICK(Name) Name##Plain
+#endif
+
+DIB_KERNEL_WAYS(RankRowWay, RankRow, (const BYTE* a, const BYTE* b, const BYTE* c, BYTE* out, size_t n, DWORD rank),
+                (a, b, c, out, n, rank))
+DIB_KERNEL_WAYS(ExtremeRowsWay, ExtremeRows,
+                (const BYTE* a, const BYTE* b, const BYTE* c, const BYTE* d, BYTE* o1, BYTE* o2, size_t n,
+                 bool maximum),
+                (a, b, c, d, o1, o2, n, maximum))
+DIB_KERNEL_WAYS(DespeckleRowWay, DespeckleRow,
+                (const BYTE* a, const BYTE* b, const BYTE* c, BYTE* out, size_t n, BYTE background,
+                 BYTE threshold),
+                (a, b, c, out, n, background, threshold))
+
+using RankRowFn = void (*)(const BYTE*, const BYTE*, const BYTE*, BYTE*, size_t, DWORD);
+using ExtremeRowsFn = void (*)(const BYTE*, const BYTE*, const BYTE*, const BYTE*, BYTE*, BYTE*, size_t, bool);
+using DespeckleRowFn = void (*)(const BYTE*, const BYTE*, const BYTE*, BYTE*, size_t, BYTE, BYTE);
+
+extern "C" void DibRankRow8(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out, size_t n,
+                            DWORD rank) {
+    const RankRowFn way = DIB_PICK(RankRowWay);
+    way(above, middle, below, out, n, rank);
 }
 
-#ifdef DIB_HAVE_AVX2_WAY
-DIB_AVX2 static void DespeckleRowAvx2(const BYTE* a, const BYTE* b, const BYTE* c, BYTE* out, size_t n,
-                                      BYTE background, BYTE threshold) {
-    DespeckleRow(a, b, c, out, n, background, threshold);
-}
-#endif
+// No count reaches 9: any higher threshold acts as 9.
+static BYTE DespeckleLimit(DWORD threshold) { return threshold > 9 ? 9 : (BYTE)threshold; }
 
 extern "C" void DibDespeckleRow8(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out,
                                  size_t n, BYTE background, DWORD threshold) {
-    // No count reaches 9: any higher threshold acts as 9.
-    const BYTE limit = threshold > 9 ? 9 : (BYTE)threshold;
-#ifdef DIB_HAVE_AVX2_WAY
-    if (DibCpuHas(DIB_CPU_AVX2)) {
-        DespeckleRowAvx2(above, middle, below, out, n, background, limit);
-        return;
-    }
-#endif
-    DespeckleRowPlain(above, middle, below, out, n, background, limit);
+    const DespeckleRowFn way = DIB_PICK(DespeckleRowWay);
+    way(above, middle, below, out, n, background, DespeckleLimit(threshold));
 }
 
 /* ---- whole bitmaps ---------------------------------------------------------- */
@@ -272,22 +312,70 @@ struct WindowArgs {
     DWORD threshold;
 };
 
-void RunKernel(const WindowArgs& w, const BYTE* a, const BYTE* b, const BYTE* c, BYTE* out, size_t n) {
-    if (w.kind == Window::Rank) DibRankRow8(a, b, c, out, n, w.rank);
-    else DibDespeckleRow8(a, b, c, out, n, w.background, w.threshold);
-}
+// The filter works through the rows in the order they lie in memory, from
+// the bottom row up, which the processor's prefetching follows: a 3x3
+// window is the same turned upside down, so the results are too. Row k of
+// that order is row height - 1 - k of the picture.
+inline BYTE* InMemoryOrder(HDIB hdib, LONG height, LONG k) { return hdib->ppRow[height - 1 - k]; }
+
+// The working copy, filled a row at a time just before the filter first
+// reads the row, while the row is still as it was: so the copy's rows are
+// in the cache when the windows read them, and the picture is read once.
+class RowFiller {
+public:
+    RowFiller(HDIB target, HDIB copy, DWORD bitcount, LONG width, LONG height)
+        : target_(target), copy_(copy), stride_((size_t)DibRowBytes(width, bitcount)), height_(height) {}
+    // Rows up to k (below the height) of the memory order are in the copy.
+    void Through(LONG k) {
+        for (; filled_ <= k; ++filled_)
+            memcpy(InMemoryOrder(copy_, height_, filled_), InMemoryOrder(target_, height_, filled_), stride_);
+    }
+    // The rest of the store: rows not read, and bytes past the last row.
+    void Finish(size_t storeBytes) {
+        if (!target_->ppRow || !copy_->ppRow) return;
+        Through(height_ - 1);
+        const size_t rows = stride_ * (size_t)height_;
+        if (storeBytes > rows) memcpy(copy_->pBits + rows, target_->pBits + rows, storeBytes - rows);
+    }
+
+private:
+    HDIB target_, copy_;
+    size_t stride_;
+    LONG height_;
+    LONG filled_ = 0;
+};
 
 // Runs the kernel over the interior of a bitmap of at least 3x3, reading
-// from copy and writing into target. Every written value fits the depth.
-void FilterInterior(HDIB target, HDIB copy, DWORD bitcount, LONG width, LONG height, const WindowArgs& w) {
+// from copy (filled on the way) and writing into target. Every written
+// value fits the depth.
+void FilterInterior(HDIB target, HDIB copy, RowFiller& fill, DWORD bitcount, LONG width, LONG height,
+                    const WindowArgs& w) {
     const size_t n = (size_t)width - 2;
-    for (LONG y = 1; y < height - 1; ++y) {
-        const BYTE* a = copy->ppRow[y - 1];
-        const BYTE* b = copy->ppRow[y];
-        const BYTE* c = copy->ppRow[y + 1];
-        BYTE* row = target->ppRow[y];
+    const RankRowFn rankRow = DIB_PICK(RankRowWay);
+    const DespeckleRowFn despeckleRow = DIB_PICK(DespeckleRowWay);
+    const BYTE limit = DespeckleLimit(w.threshold);
+    auto kernel = [&](const BYTE* a, const BYTE* b, const BYTE* c, BYTE* out, size_t k) {
+        if (w.kind == Window::Rank) rankRow(a, b, c, out, k, w.rank);
+        else despeckleRow(a, b, c, out, k, w.background, limit);
+    };
+    auto src = [copy, height](LONG k) { return InMemoryOrder(copy, height, k); };
+    auto dst = [target, height](LONG k) { return InMemoryOrder(target, height, k); };
+    LONG y = 1;
+    if (bitcount == 8 && w.kind == Window::Rank && (w.rank == 0 || w.rank >= DIB_RANK_MAX)) {
+        const ExtremeRowsFn extremeRows = DIB_PICK(ExtremeRowsWay);
+        for (; y + 1 < height - 1; y += 2) {
+            fill.Through(y + 2);
+            extremeRows(src(y - 1), src(y), src(y + 1), src(y + 2), dst(y) + 1, dst(y + 1) + 1, n, w.rank != 0);
+        }
+    }
+    for (; y < height - 1; ++y) {
+        fill.Through(y + 1);
+        const BYTE* a = src(y - 1);
+        const BYTE* b = src(y);
+        const BYTE* c = src(y + 1);
+        BYTE* row = dst(y);
         if (bitcount == 8) {
-            RunKernel(w, a, b, c, row + 1, n);
+            kernel(a, b, c, row + 1, n);
             continue;
         }
         BYTE ua[DIB_RANK_STRIP + 2 + DIB_UNPACK_SLACK], ub[DIB_RANK_STRIP + 2 + DIB_UNPACK_SLACK];
@@ -297,7 +385,7 @@ void FilterInterior(HDIB target, HDIB copy, DWORD bitcount, LONG width, LONG hei
             Unpack(a, bitcount, x, k + 2, ua);
             Unpack(b, bitcount, x, k + 2, ub);
             Unpack(c, bitcount, x, k + 2, uc);
-            RunKernel(w, ua, ub, uc, out, k);
+            kernel(ua, ub, uc, out, k);
             Pack(row, bitcount, x + 1, k, out);
         }
     }
@@ -336,12 +424,14 @@ extern "C" DWORD DibRankFilter(HDIB hdib, DWORD rank) {
         DebugError(u"   !DibRankFilter():(rank<0) || (rank>8):Error\r\n");
         return DibErrorInvalidParm;
     }
-    HDIB copy = DibCreateCopy(hdib);
+    HDIB copy = DibCreateWorkingCopy(hdib);
     if (!copy) return DibErrorUnknown;
+    RowFiller fill(hdib, copy, s.bitcount, s.width, s.height);
     if (HasInterior(hdib, copy, s)) {
         WindowArgs w = {Window::Rank, rank, 0, 0};
-        FilterInterior(hdib, copy, s.bitcount, s.width, s.height, w);
+        FilterInterior(hdib, copy, fill, s.bitcount, s.width, s.height, w);
     }
+    fill.Finish(DibBitsSize(hdib));
     DibUnload(copy);
     DebugTrace(DIB_LEVEL_OP, u"<DibRankFilter()=DibOk\r\n");
     return DibOk;
@@ -353,13 +443,15 @@ extern "C" DWORD DibDespeckle(HDIB hdib, DWORD threshold, DWORD background) {
     Setup s;
     DWORD result = CheckBitmap(hdib, &s);
     if (result != DibOk) return result;
-    HDIB copy = DibCreateCopy(hdib);
+    HDIB copy = DibCreateWorkingCopy(hdib);
     if (!copy) return DibErrorUnknown;
+    RowFiller fill(hdib, copy, s.bitcount, s.width, s.height);
     if (HasInterior(hdib, copy, s) && threshold > 0) {
         if (background < (1u << s.bitcount)) {
             WindowArgs w = {Window::Despeckle, 0, (BYTE)background, threshold};
-            FilterInterior(hdib, copy, s.bitcount, s.width, s.height, w);
+            FilterInterior(hdib, copy, fill, s.bitcount, s.width, s.height, w);
         } else if (threshold > 8) {
+            fill.Finish(DibBitsSize(hdib));
             // No pixel can equal such a background, so every count is 8 and
             // only a threshold above 8 clears. The value does not fit the
             // pixel: the write routine decides what lands in the byte.
@@ -367,6 +459,7 @@ extern "C" DWORD DibDespeckle(HDIB hdib, DWORD threshold, DWORD background) {
                 for (LONG x = 1; x < s.width - 1; ++x) s.io.set(hdib, x, y, background);
         }
     }
+    fill.Finish(DibBitsSize(hdib));
     DibUnload(copy);
     DebugTrace(DIB_LEVEL_FRAME, u"<DibDespeckle()=DibOk\r\n");
     return DibOk;

@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -47,7 +48,7 @@ DWORD ColoursOf(const BITMAPINFOHEADER& h) {
 // bottom-up layout, the fixed header size, a store size (when given) that
 // holds every row, a colour table of sane length that can be read behind
 // the header.
-bool HeaderAcceptable(const BITMAPINFO* info) {
+bool HeaderAcceptable(const BITMAPINFO* info, bool own) {
     const BITMAPINFOHEADER& h = info->bmiHeader;
     if (h.biSize != DIB_HEADER_BYTES) return false;
     if (h.biWidth <= 0 || h.biHeight <= 0 || h.biWidth > DIB_MAX_DIMENSION ||
@@ -62,7 +63,7 @@ bool HeaderAcceptable(const BITMAPINFO* info) {
     DWORD most = h.biBitCount <= 8 ? (1u << h.biBitCount) : DIB_MAX_COLORS;
     if (colours > most) return false;
     const BYTE* table = reinterpret_cast<const BYTE*>(info) + DIB_HEADER_BYTES;
-    return colours == 0 || !IsBadReadPtr(table, size_t(colours) * sizeof(RGBQUAD));
+    return colours == 0 || own || !IsBadReadPtr(table, size_t(colours) * sizeof(RGBQUAD));
 }
 
 void FillRows(DibRecord* r) {
@@ -109,8 +110,15 @@ const WCHAR* const kReCreateLines[4] = {
     u"   ?DibReCreateFromBitmapInfo():bmiHeader.biClrUsed: %d\r\n",
 };
 
-bool InfoReadable(const BITMAPINFO* info) {
-    return info && !IsBadReadPtr(info, sizeof(BITMAPINFOHEADER));
+// An info block of the library's own making (own) is readable by
+// construction and is not probed.
+bool InfoReadable(const BITMAPINFO* info, bool own) {
+    return info && (own || !IsBadReadPtr(info, sizeof(BITMAPINFOHEADER)));
+}
+
+HBITMAP MakeSection(const BITMAPINFO* info, void** bits, bool own, bool zero) {
+    if (own) return PlatCreateOwnDIBSection(info, bits, zero ? TRUE : FALSE);
+    return CreateDIBSection(nullptr, info, DIB_RGB_COLORS, bits, nullptr, 0);
 }
 
 // An info block for the record's own header and colours. NULL when the
@@ -268,9 +276,15 @@ BYTE* DibBitsPtr(HDIB hdib) {
     return hdib->pBits;
 }
 
-HDIB DibCreateFromBitmapInfo(const BITMAPINFO* info) {
+}  // extern "C"
+
+namespace {
+
+// DibCreateFromBitmapInfo, also for the library's own info blocks (own: not
+// probed) and stores that the caller fills whole (zero false).
+HDIB Create(const BITMAPINFO* info, bool own, bool zero) {
     DebugTrace(DIB_LEVEL_FRAME, u">DibCreateFromBitmapInfo(%lld)\r\n", TRACE_PTR(info));
-    if (!InfoReadable(info)) {
+    if (!InfoReadable(info, own)) {
         DebugError(u"   !DibCreateFromBitmapInfo():bmi:Error\r\n");
         return nullptr;
     }
@@ -278,13 +292,13 @@ HDIB DibCreateFromBitmapInfo(const BITMAPINFO* info) {
     TraceHeader(kCreateLines, info);
     DebugMemoryStatus(DIB_LEVEL_FRAME);
     if (h.biHeight == 0 || h.biWidth == 0 || h.biBitCount == 0) return nullptr;
-    if (!HeaderAcceptable(info)) {
+    if (!HeaderAcceptable(info, own)) {
         DebugError(u"   !DibCreateFromBitmapInfo():bmiHeader:Error\r\n");
         return nullptr;
     }
 
     void* bits = nullptr;
-    HBITMAP bitmap = CreateDIBSection(nullptr, info, DIB_RGB_COLORS, &bits, nullptr, 0);
+    HBITMAP bitmap = MakeSection(info, &bits, own, zero);
     if (!bitmap) {
         DebugError(u"   !DibCreateFromBitmapInfo():hBitmap = NULL:Error\r\n");
         DebugError(u"   !DibCreateFromBitmapInfo():GetLastError=%d\r\n", GetLastError());
@@ -346,17 +360,18 @@ HDIB DibCreateFromBitmapInfo(const BITMAPINFO* info) {
 // After the old bitmap is deleted every failure leaves the record empty (see
 // dibce.h) rather than half-made: the handle stays valid, DibCount keeps it,
 // and a later re-creation or DibUnload works on it as on any other record.
-DWORD DibReCreateFromBitmapInfo(const BITMAPINFO* info, HDIB hdib) {
+// own and zero as for Create.
+DWORD ReCreate(const BITMAPINFO* info, HDIB hdib, bool own, bool zero) {
     DebugTrace(DIB_LEVEL_FRAME, u">DibReCreateFromBitmapInfo(%lld,%lld)\r\n", TRACE_PTR(info),
                TRACE_PTR(hdib));
-    bool readable = InfoReadable(info);
+    bool readable = InfoReadable(info, own);
     if (readable) TraceHeader(kReCreateLines, info);
     DebugMemoryStatus(DIB_LEVEL_FRAME);
     if (DibIsValid(hdib)) return DibErrorInvalidDIB;
     if (!readable) return DibErrorInvalidParm;
     const BITMAPINFOHEADER& h = info->bmiHeader;
     if (h.biHeight == 0 || h.biWidth == 0 || h.biBitCount == 0) return DibErrorInvalidParm;
-    if (!HeaderAcceptable(info)) {
+    if (!HeaderAcceptable(info, own)) {
         DebugError(u"   !DibReCreateFromBitmapInfo():bmiHeader:Error\r\n");
         return DibErrorInvalidParm;
     }
@@ -370,7 +385,7 @@ DWORD DibReCreateFromBitmapInfo(const BITMAPINFO* info, HDIB hdib) {
     r->pBits = nullptr;
 
     void* bits = nullptr;
-    HBITMAP bitmap = CreateDIBSection(nullptr, info, DIB_RGB_COLORS, &bits, nullptr, 0);
+    HBITMAP bitmap = MakeSection(info, &bits, own, zero);
     if (!bitmap) {
         DebugError(u"   !DibReCreateFromBitmapInfo():hBitmap == NULL:Error\r\n");
         DebugError(u"   !DibReCreateFromBitmapInfo():GetLastError=%d\r\n", GetLastError());
@@ -420,7 +435,7 @@ DWORD DibReCreateFromBitmapInfo(const BITMAPINFO* info, HDIB hdib) {
     return DibOk;
 }
 
-DWORD DibResize(HDIB hdib, LONG width, LONG height) {
+DWORD Resize(HDIB hdib, LONG width, LONG height, bool zero) {
     DebugTrace(DIB_LEVEL_FRAME, u">DibResize(%lld,%d,%d)\r\n", TRACE_PTR(hdib), width, height);
     if (DibIsValid(hdib)) return DibErrorInvalidDIB;
     BITMAPINFO* bmi = InfoBlockOf(hdib, width, height);
@@ -428,7 +443,7 @@ DWORD DibResize(HDIB hdib, LONG width, LONG height) {
         DebugError(u"   !DibReSize():LocalAlloc:pbmi:Error\r\n");
         return DibErrorUnknown;
     }
-    DWORD result = DibReCreateFromBitmapInfo(bmi, hdib);
+    DWORD result = ReCreate(bmi, hdib, true, zero);
     LocalFree(bmi);
     if (result) {
         DebugError(u"   !DibReSize():DibReCreateFromBitmapInfo:Error\r\n");
@@ -438,7 +453,7 @@ DWORD DibResize(HDIB hdib, LONG width, LONG height) {
     return DibOk;
 }
 
-HDIB DibCreateCopy(HDIB hdib) {
+HDIB CreateCopy(HDIB hdib, bool fill) {
     DebugTrace(DIB_LEVEL_FRAME, u">DibCreateCopy(%lld)\r\n", TRACE_PTR(hdib));
     if (DibIsValid(hdib)) return nullptr;
     BITMAPINFO* bmi = InfoBlockOf(hdib, 0, 0);
@@ -447,16 +462,41 @@ HDIB DibCreateCopy(HDIB hdib) {
         return nullptr;
     }
     std::memcpy(&bmi->bmiHeader, &hdib->ds.dsBmih, sizeof(BITMAPINFOHEADER));
-    HDIB copy = DibCreateFromBitmapInfo(bmi);
+    HDIB copy = Create(bmi, true, false);
     LocalFree(bmi);
     if (!copy) {
         DebugError(u"   !DibCreateCopy():DibCreateFromBitmapInfo:Error\r\n");
         return nullptr;
     }
-    // Same header, so the same store size on both sides.
-    std::memcpy(copy->pBits, hdib->pBits, DibBitsSize(hdib));
+    // Same header, so the same store size on both sides, written whole.
+    if (fill) std::memcpy(copy->pBits, hdib->pBits, DibBitsSize(hdib));
     DebugTrace(DIB_LEVEL_FRAME, u"<DibCreateCopy()=%lld\r\n", TRACE_PTR(copy));
     return copy;
+}
+
+}  // namespace
+
+extern "C" {
+
+HDIB DibCreateFromBitmapInfo(const BITMAPINFO* info) { return Create(info, false, true); }
+
+DWORD DibReCreateFromBitmapInfo(const BITMAPINFO* info, HDIB hdib) { return ReCreate(info, hdib, false, true); }
+
+DWORD DibResize(HDIB hdib, LONG width, LONG height) { return Resize(hdib, width, height, true); }
+
+DWORD DibResizeUncleared(HDIB hdib, LONG width, LONG height) { return Resize(hdib, width, height, false); }
+
+HDIB DibCreateCopy(HDIB hdib) { return CreateCopy(hdib, true); }
+
+HDIB DibCreateWorkingCopy(HDIB hdib) { return CreateCopy(hdib, false); }
+
+BOOL DibExchangeStores(HDIB a, HDIB b) {
+    if (!a->hBitmap || !b->hBitmap || !PlatExchangeDIBSectionStores(a->hBitmap, b->hBitmap)) return FALSE;
+    // Same header: the row tables are as long, and each goes with its store.
+    std::swap(a->pBits, b->pBits);
+    std::swap(a->ppRow, b->ppRow);
+    std::swap(a->ds.dsBm.bmBits, b->ds.dsBm.bmBits);
+    return TRUE;
 }
 
 DWORD DibUnload(HDIB hdib) {

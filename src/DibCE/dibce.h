@@ -72,6 +72,16 @@ HDIB DibCreateFromBitmapInfo(const BITMAPINFO* info);
 DWORD DibReCreateFromBitmapInfo(const BITMAPINFO* info, HDIB hdib);
 DWORD DibResize(HDIB hdib, LONG width, LONG height);
 HDIB DibCreateCopy(HDIB hdib);
+/* DibCreateCopy and DibResize, the same calls, allocations and traces, but
+ * the new store is not filled (nor cleared): for an operation that writes
+ * every byte of it itself, in the order its work reads the pixels, before
+ * it reads any. */
+HDIB DibCreateWorkingCopy(HDIB hdib);
+DWORD DibResizeUncleared(HDIB hdib, LONG width, LONG height);
+/* Two live records of the same header trade their pixel stores (with the
+ * row tables); each keeps its bitmap handle and colours. FALSE, and nothing
+ * traded, when the platform refuses. */
+BOOL DibExchangeStores(HDIB a, HDIB b);
 DWORD DibUnload(HDIB hdib);
 void DibDump(HDIB hdib);
 

@@ -103,9 +103,10 @@ void StampAndDeliver(const SYSTEMTIME& now, bool withDate, const WCHAR* text, bo
 // The line of a trace (isTrace: dated, and only up to the set level) or of
 // an error trace. The text is formatted before the level is looked at.
 void FormatAndDeliver(bool isTrace, DWORD level, const WCHAR* format, va_list args) {
+    // Tracing is off in most runs: no clock read for a line that goes nowhere.
+    if (!Enabled() || !format) return;
     SYSTEMTIME now;
     GetLocalTime(&now);
-    if (!Enabled() || !format) return;
     WCHAR text[DEBUG_LINE_MAX];
     int n = _vsnwprintf(text, DEBUG_LINE_MAX, format, args);
     if (isTrace && level > g_level.load(std::memory_order_relaxed)) return;

@@ -4,6 +4,7 @@
 #include "gdiobj.h"
 
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -43,6 +44,12 @@ int DescribeBitmap(GdiObjectTag* self, int bytes, void* out) {
     return 0;
 }
 
+// Bytes of a section's pixel store, as made.
+int64_t StoreBytes(const GdiBitmap* bm) {
+    int64_t store = int64_t(bm->stride) * bm->header.biHeight;
+    return int64_t(bm->header.biSizeImage) > store ? int64_t(bm->header.biSizeImage) : store;
+}
+
 bool ValidDepth(WORD bits) {
     return bits == 1 || bits == 2 || bits == 4 || bits == 8 || bits == 16 || bits == 24 || bits == 32;
 }
@@ -70,10 +77,13 @@ uint32_t GdiTypeOf(const void* handle) {
 
 extern "C" {
 
-HBITMAP CreateDIBSection(HDC /*dc*/, const BITMAPINFO* info, UINT usage, void** bits,
-                         HANDLE /*section*/, DWORD /*offset*/) {
+namespace {
+
+// The one maker of sections: probe says whether the info block may be
+// unreadable (a caller's), zero whether the store starts cleared.
+HBITMAP MakeSection(const BITMAPINFO* info, void** bits, bool probe, bool zero) {
     if (bits) *bits = nullptr;
-    if (!info || usage != DIB_RGB_COLORS || IsBadReadPtr(info, sizeof(BITMAPINFOHEADER))) {
+    if (!info || (probe && IsBadReadPtr(info, sizeof(BITMAPINFOHEADER)))) {
         SetLastError(ERROR_INVALID_PARAMETER);
         return nullptr;
     }
@@ -93,7 +103,7 @@ HBITMAP CreateDIBSection(HDC /*dc*/, const BITMAPINFO* info, UINT usage, void** 
     }
     auto* bm = static_cast<GdiBitmap*>(PlatAlloc(sizeof(GdiBitmap), true));
     if (!bm) return nullptr;
-    bm->bits = static_cast<BYTE*>(PlatAlloc(static_cast<size_t>(store), true));
+    bm->bits = static_cast<BYTE*>(PlatAlloc(static_cast<size_t>(store), zero));
     if (!bm->bits) {
         PlatFree(bm);
         return nullptr;
@@ -109,7 +119,7 @@ HBITMAP CreateDIBSection(HDC /*dc*/, const BITMAPINFO* info, UINT usage, void** 
         if (n > maxColors) n = maxColors;
         // The table stands at byte 40, behind the fixed-size header.
         const auto* table = reinterpret_cast<const RGBQUAD*>(reinterpret_cast<const BYTE*>(info) + 40);
-        if (IsBadReadPtr(table, n * sizeof(RGBQUAD))) {
+        if (probe && IsBadReadPtr(table, n * sizeof(RGBQUAD))) {
             DestroyBitmap(bm);
             SetLastError(ERROR_INVALID_PARAMETER);
             return nullptr;
@@ -120,6 +130,34 @@ HBITMAP CreateDIBSection(HDC /*dc*/, const BITMAPINFO* info, UINT usage, void** 
     GdiRegister(bm);
     if (bits) *bits = bm->bits;
     return bm;
+}
+
+}  // namespace
+
+HBITMAP CreateDIBSection(HDC /*dc*/, const BITMAPINFO* info, UINT usage, void** bits,
+                         HANDLE /*section*/, DWORD /*offset*/) {
+    if (usage != DIB_RGB_COLORS) {
+        if (bits) *bits = nullptr;
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    return MakeSection(info, bits, true, true);
+}
+
+HBITMAP PlatCreateOwnDIBSection(const BITMAPINFO* info, void** bits, BOOL zero) {
+    return MakeSection(info, bits, false, zero != FALSE);
+}
+
+BOOL PlatExchangeDIBSectionStores(HBITMAP a, HBITMAP b) {
+    GdiBitmap* x = GdiLookupBitmap(a);
+    GdiBitmap* y = GdiLookupBitmap(b);
+    if (!x || !y || x == y || x->header.biWidth != y->header.biWidth || x->header.biHeight != y->header.biHeight ||
+        x->header.biBitCount != y->header.biBitCount || x->stride != y->stride || StoreBytes(x) != StoreBytes(y)) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    std::swap(x->bits, y->bits);
+    return TRUE;
 }
 
 int GetObjectW(HGDIOBJ object, int bytes, void* out) {

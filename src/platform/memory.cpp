@@ -16,16 +16,19 @@
 
 namespace {
 
-// Every block carries its size and a mark in front of the caller's bytes,
-// so LocalSize and LocalReAlloc need no table and LocalFree can refuse a
-// pointer it never handed out.
+// Every block carries its size, a mark and its link in the registry of
+// live blocks in front of the caller's bytes. LocalFree, LocalSize and
+// LocalReAlloc look a pointer up in the registry before they follow it, so
+// they refuse one they never handed out without a probe of the memory.
 constexpr uint64_t kLiveMark = 0x4b4f4c4c4f43414cull;  // "LACOLLOK"
 constexpr uint64_t kDeadMark = 0x444145444445414dull;
 struct alignas(16) BlockHead {
     uint64_t mark;
     uint64_t size;      // what the caller asked for
     uint64_t capacity;  // what the block holds
+    PlatHandleLink link;
 };
+PlatHandleSet g_blocks;
 
 std::atomic<long> g_allocations{0};
 std::atomic<long> g_failAt{0};
@@ -89,16 +92,7 @@ bool KeepCached(BlockHead* h) {
     return false;
 }
 
-// Reads the head through the kernel: a pointer we never handed out may
-// have nothing readable (or nothing of its own) in front of it.
-bool IsOurBlock(void* p) {
-    if (!p) return false;
-    BlockHead head;
-    struct iovec local = {&head, sizeof head};
-    struct iovec remote = {HeadOf(p), sizeof head};
-    if (process_vm_readv(getpid(), &local, 1, &remote, 1, 0) != static_cast<ssize_t>(sizeof head)) return false;
-    return head.mark == kLiveMark;
-}
+bool IsOurBlock(void* p) { return p && g_blocks.Contains(p); }
 
 }  // namespace
 
@@ -109,7 +103,7 @@ void* PlatAlloc(size_t bytes, bool zero) {
     }
     BlockHead* head = TakeCached(bytes);
     if (head) {
-        if (zero) std::memset(head + 1, 0, bytes);
+        if (zero) std::memset(static_cast<void*>(head + 1), 0, bytes);
     } else {
         size_t total = sizeof(BlockHead) + bytes;
         head = static_cast<BlockHead*>(zero ? std::calloc(1, total) : std::malloc(total));
@@ -121,12 +115,14 @@ void* PlatAlloc(size_t bytes, bool zero) {
     }
     head->mark = kLiveMark;
     head->size = bytes;
+    g_blocks.Insert(head + 1, &head->link);
     ++g_live;
     return head + 1;
 }
 
 void PlatFree(void* p) {
     if (!p) return;
+    g_blocks.Erase(p);
     BlockHead* head = HeadOf(p);
     head->mark = kDeadMark;
     if (!KeepCached(head)) std::free(head);
@@ -150,11 +146,15 @@ HLOCAL LocalReAlloc(HLOCAL mem, size_t bytes, UINT flags) {
     }
     BlockHead* head = HeadOf(mem);
     size_t old = head->size;
+    // Out of the registry while realloc may move it; back in either way.
+    g_blocks.Erase(mem);
     auto* grown = static_cast<BlockHead*>(std::realloc(head, sizeof(BlockHead) + bytes));
     if (!grown) {
+        g_blocks.Insert(mem, &head->link);
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;  // the old block stays valid, as on the device
     }
+    g_blocks.Insert(grown + 1, &grown->link);
     grown->size = bytes;
     grown->capacity = bytes;
     if ((flags & LMEM_ZEROINIT) && bytes > old)
