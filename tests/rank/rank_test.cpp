@@ -55,7 +55,7 @@ TEST(RowKernels, RankEveryBinaryWindow) {
 TEST(RankFilter, MatchesReference) {
     uint32_t seed = 300;
     std::vector<LONG> widths(std::begin(tovtest::kWidths), std::end(tovtest::kWidths));
-    widths.insert(widths.end(), {34, 35, 513, 514, 1031, 1037});
+    widths.insert(widths.end(), {2, 3, 34, 35, 513, 514, 1031, 1037});  // 3: one interior column
     for (DWORD bits : kDepths)
         for (LONG w : widths)
             for (LONG h : kHeights)
@@ -74,7 +74,7 @@ TEST(Despeckle, MatchesReference) {
     uint32_t seed = 500;
     for (DWORD bits : kDepths) {
         const DWORD top = (1u << bits) - 1;
-        for (LONG w : {1, 7, 8, 9, 31, 32, 33, 34, 35, 514, 1037})
+        for (LONG w : {1, 2, 3, 7, 8, 9, 31, 32, 33, 34, 35, 514, 1037})
             for (LONG h : kHeights)
                 for (DWORD background : {0u, top, top / 2, 255u, 300u})
                     for (DWORD threshold : {0u, 1u, 3u, 5u, 8u, 9u, 12u}) {
