@@ -1,14 +1,13 @@
-// BMP files: round trips, the file layout, failing writes, malformed and
-// foreign files (the public BMP suite), and the file names of the exports.
+// BMP files: round trips, the file layout, malformed and foreign files (the
+// public BMP suite), and how file names get their extension. Failing names
+// and media are with the other formats' in tests/files.
 #include "dibimages.h"
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
 #include <set>
 
 using namespace tovtest;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -83,23 +82,6 @@ TEST(DibBmp, ForeignBiSizeImageIsKeptAndNeverOverrun) {
     Dib copy(DibCreateCopy(back));
     EXPECT_EQ(DibBitsSize(copy), rows + 8);
     EXPECT_EQ(DibCopy(h, back), 0u);
-}
-
-TEST(DibBmp, FailingWritesAndCreation) {
-    ScratchDir dir;
-    LeakGuard guard;
-    Dib h(MakePatterned(9, 3, 4));
-    EXPECT_EQ(Save("/dev/full", h), DWORD(DibErrorFileWrite));
-    fs::create_symlink("/dev/full", "full.bmp");
-    StartLog(8);
-    EXPECT_EQ(tovSaveBMP(h, u"full"), DWORD(DibErrorFileWrite));
-    StopLog();
-    auto lines = LogLines();
-    ASSERT_GE(lines.size(), 2u);
-    EXPECT_EQ(lines[lines.size() - 2], "<DibBMPSave()=DibErrorFileWrite (file header)\r");
-    EXPECT_EQ(lines.back(), "<tovSaveBMP()=4 (Error)\r");
-    EXPECT_EQ(Save("no/such/dir/x.bmp", h), DWORD(DibErrorFileCreation));
-    EXPECT_EQ(DibBMPSave(nullptr, h), DWORD(DibErrorInvalidParm));
 }
 
 TEST(DibBmp, MalformedFilesGiveNullWithoutLeaks) {
@@ -226,35 +208,4 @@ TEST(DibBmp, FixExtensionTable) {
         EXPECT_EQ(buffer[TOV_MAX_PATH], u'#');
         EXPECT_EQ(buffer[TOV_MAX_PATH - 1], 0) << n;
     }
-}
-
-TEST(DibBmp, FileNamesOfTheExports) {
-    ScratchDir dir;
-    LeakGuard guard;
-    Dib h(tovCreateHDIBExt(3, 3, 1, 8));
-    const std::u16string tooLong(300, u'z'), fullOnceCompleted(257, u'z');
-    WCHAR mine[] = u"mine";
-    struct Case { const WCHAR* name; DWORD result; const char* file; } cases[] = {
-        {u"a", tovErrorBadFileName, nullptr},
-        {u"ab", 0, "ab.bmp"},
-        {mine, 0, "mine.bmp"},
-        {nullptr, DibErrorInvalidParm, nullptr},
-        {reinterpret_cast<const WCHAR*>(uintptr_t(16)), DibErrorInvalidParm, nullptr},
-        {tooLong.c_str(), tovErrorBadFileName, nullptr},
-        {fullOnceCompleted.c_str(), tovErrorBadFileName, nullptr},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(tovSaveBMP(h, c.name), c.result) << (c.file ? c.file : "refused");
-        EXPECT_TRUE(!c.file || FileExists(c.file)) << c.file;
-    }
-    EXPECT_EQ(FilesIn(".", "").size(), 2u);
-    EXPECT_EQ(N(mine), "mine");  // the caller's text is never changed
-
-    Dib back(tovLoadBMP(u"ab"));  // opens ab.bmp
-    ASSERT_NE(back.h, nullptr);
-    EXPECT_EQ(StoreBytes(back), StoreBytes(h));
-    fs::create_directory("folder.bmp");
-    for (const WCHAR* name : {(const WCHAR*)nullptr, u"a", tooLong.c_str(), u"missing", u"folder"})
-        EXPECT_EQ(tovLoadBMP(name), nullptr);
-    EXPECT_EQ(tovSaveBMP(h, u"folder"), DWORD(DibErrorFileCreation));
 }

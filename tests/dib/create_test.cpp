@@ -62,24 +62,6 @@ TEST(DibCreate, CreateClearAndRecreate) {
     EXPECT_TRUE(AllPixels(plain, 77));
 }
 
-TEST(DibCreate, ClearLeavesTheBytesOfThePixelRoutines) {
-    // Row fills against the pixel routines one pixel at a time, with values
-    // whose bits spill over a pixel's field, over random padding.
-    for (DWORD bits : kDepths)
-        for (LONG width : kWidths)
-            for (DWORD value : {1u, 2u, 5u, 6u, 9u, 16u, 170u, 254u}) {
-                SCOPED_TRACE(testing::Message() << bits << " bits, width " << width << ", value " << value);
-                Dib h(MakeRandom(width, 3, bits, value * 31 + DWORD(width))), want(tovCreateCopyHDIB(h));
-                ASSERT_NE(want.h, nullptr);
-                DibPixelIO io;
-                ASSERT_EQ(DibRegisterPixelIO(bits, &io), 0u);
-                for (LONG y = 0; y < 3; ++y)
-                    for (LONG x = 0; x < width; ++x) io.set(want, x, y, value);
-                ASSERT_EQ(tovClear(h, value), 0u);
-                EXPECT_EQ(StoreBytes(h), StoreBytes(want));
-            }
-}
-
 TEST(DibCreate, RefusedArguments) {
     LeakGuard guard;
     // Sizes the header would refuse too are in the record tests; these are the

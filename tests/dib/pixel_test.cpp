@@ -1,36 +1,39 @@
-// Pixel access routines against the addressing table, at every depth and
-// across byte and word boundaries.
+// Pixel access routines and clearing against the addressing table, at every
+// depth and across byte and word boundaries.
 #include "dibimages.h"
 
 using namespace tovtest;
 
-TEST(DibPixel, RoutinesFollowTheAddressingTable) {
+// Reads against the addressing table, then writes: every pixel set through
+// the routine reads back from the store (bits that spill over a pixel's field
+// land on its left neighbour), the row padding stays, and the bytes equal
+// those a clear to that value gives.
+TEST(DibPixel, RoutinesFollowTheAddressingTableAndClearAgrees) {
     LeakGuard guard;
-    for (DWORD bits : kDepths) {
-        for (LONG width : kWidths) {
-            SCOPED_TRACE(testing::Message() << bits << " bits, width " << width);
-            const LONG height = 4;
-            Dib h(MakePatterned(width, height, bits, 3));
-            DibPixelIO io{};
-            ASSERT_EQ(DibRegisterPixelIO(bits, &io), 0u);
-            for (LONG y = 0; y < height; ++y)
-                for (LONG x = 0; x < width; ++x) ASSERT_EQ(io.get(h, x, y), Pattern(x, y, bits, 3));
-            // Writes read back from the store and leave the row padding alone.
-            const std::vector<BYTE> before = StoreBytes(h);
-            for (LONG y = 0; y < height; ++y)
-                for (LONG x = 0; x < width; ++x) io.set(h, x, y, Pattern(x, y, bits, 77));
-            for (LONG y = 0; y < height; ++y)
-                for (LONG x = 0; x < width; ++x) ASSERT_EQ(StorePixel(h, x, y), Pattern(x, y, bits, 77));
-            const std::vector<BYTE> after = StoreBytes(h);
-            const LONG stride = Stride(width, bits);
-            for (LONG row = 0; row < height; ++row)
-                for (LONG bit = width * LONG(bits); bit < stride * 8; ++bit) {
-                    size_t byte = size_t(row) * stride + bit / 8;
-                    int mask = 0x80 >> (bit % 8);
-                    ASSERT_EQ(after[byte] & mask, before[byte] & mask) << "padding bit " << bit;
-                }
-        }
-    }
+    for (DWORD bits : kDepths)
+        for (LONG width : kWidths)
+            for (DWORD value : {1u, 2u, 5u, 6u, 9u, 16u, 170u, 254u}) {
+                SCOPED_TRACE(testing::Message() << bits << " bits, width " << width << ", value " << value);
+                Dib h(MakeRandom(width, 4, bits, value * 31 + DWORD(width))), cleared(tovCreateCopyHDIB(h));
+                DibPixelIO io{};
+                ASSERT_EQ(DibRegisterPixelIO(bits, &io), 0u);
+                for (LONG y = 0; y < 4; ++y)
+                    for (LONG x = 0; x < width; ++x) ASSERT_EQ(io.get(h, x, y), StorePixel(h, x, y));
+                const std::vector<BYTE> before = StoreBytes(h);
+                for (LONG y = 0; y < 4; ++y)
+                    for (LONG x = 0; x < width; ++x) io.set(h, x, y, value);
+                ASSERT_EQ(tovClear(cleared, value), 0u);
+                EXPECT_EQ(StoreBytes(h), StoreBytes(cleared));
+                for (LONG y = 0; y < 4 && value >> bits == 0; ++y)
+                    for (LONG x = 0; x < width; ++x) ASSERT_EQ(StorePixel(h, x, y), value);
+                const std::vector<BYTE> after = StoreBytes(h);
+                const LONG stride = Stride(width, bits);
+                for (LONG row = 0; row < 4; ++row)
+                    for (LONG bit = width * LONG(bits); bit < stride * 8; ++bit) {
+                        const size_t byte = size_t(row) * stride + bit / 8;
+                        ASSERT_EQ(after[byte] & (0x80 >> (bit % 8)), before[byte] & (0x80 >> (bit % 8))) << bit;
+                    }
+            }
 }
 
 // Values are not masked: extra bits fall on the neighbour to the left or

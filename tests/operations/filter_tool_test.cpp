@@ -3,10 +3,10 @@
 // operation, and the usage lists every operation.
 #include <cstdio>
 
-#include "ops2_support.h"
+#include "opstest.h"
 #include "toolrun.h"
 
-using namespace ops2;
+using namespace opstest;
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Error diffusion against the serpentine scan written out step by step.
-#include "ops2_support.h"
+#include "opstest.h"
 
-using namespace ops2;
+using namespace opstest;
 
 namespace {
 
@@ -66,28 +66,6 @@ TEST(Dither, KnownValues) {
     Dib g = Uniform(6, 1, 128);  // the scan starts at x=4 with an error of -127; x=5 alone
     ASSERT_EQ(tovDither2Color(g), 0u);
     EXPECT_EQ(Read(g).v, (std::vector<int>{255, 0, 255, 0, 255, 255}));
-}
-
-// The copy's allocation sites give 6, the last two (the tables) 1.
-TEST(Dither, AllocationFailure) {
-    for (const Variant& v : kVariants) {
-        Dib g = Random(21, 7, 8, 2), ok(tovCreateCopyHDIB(g));
-        const Bytes before = Store(g);
-        ASSERT_EQ(v.op(ok), 0u);
-        std::vector<DWORD> codes;
-        tovtest::ForEachAllocationFailure([&](long n) {
-            SetStore(g, before);
-            const long live = PlatLiveObjects();
-            const DWORD r = v.op(g);
-            EXPECT_EQ(PlatLiveObjects(), live) << "allocation " << n;
-            EXPECT_EQ(Store(g), r ? before : Store(ok)) << "allocation " << n;
-            codes.push_back(r);
-        });
-        ASSERT_GE(codes.size(), 4u);
-        std::vector<DWORD> want(codes.size() - 3, 6u);
-        want.insert(want.end(), {1u, 1u, 0u});
-        EXPECT_EQ(codes, want);
-    }
 }
 
 }  // namespace

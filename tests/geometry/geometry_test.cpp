@@ -2,9 +2,9 @@
 // and 8 bits over widths that straddle byte and word boundaries.
 #include <functional>
 
-#include "ops2_support.h"
+#include "opstest.h"
 
-using namespace ops2;
+using namespace opstest;
 
 namespace {
 
@@ -120,7 +120,7 @@ TEST(Geometry, ScaleKnownSizes) {
 }
 
 // Rectangles outside (their ends wrapping past 2^32 included), percentages
-// out of range, 24 bits and bad handles; nothing refused changes a pixel.
+// out of range; nothing refused changes a pixel.
 TEST(Geometry, Refusals) {
     using Op = std::function<DWORD(HDIB)>;
     auto crop = [](DWORD x, DWORD y, DWORD w, DWORD h) { return [=](HDIB d) { return tovCrop(d, x, y, w, h); }; };
@@ -141,68 +141,6 @@ TEST(Geometry, Refusals) {
         if (c.want) {
             EXPECT_EQ(Store(copy), before) << c.what;
         }
-    }
-    BITMAPINFO info = {};
-    info.bmiHeader = {40, 4, 4, 1, 24, 0, 0, 0, 0, 1, 0};
-    Dib rgb(DibCreateFromBitmapInfo(&info));
-    DibRecord fake = {};
-    for (HDIB d : {rgb.h, &fake, (HDIB) nullptr})
-        for (const Op& op : std::initializer_list<Op>{tovFlipHorizontal, tovFlipVertical, crop(0, 0, 1, 1),
-                                                      [](HDIB d) { return tovScale(d, 50); }})
-            EXPECT_EQ(op(d), 5u);
-}
-
-// Each allocation of each operation failed in turn: 6, no leak, and the
-// picture kept wherever it still exists (crop and scale re-make the bitmap).
-TEST(Geometry, AllocationFailure) {
-    const std::function<DWORD(HDIB)> ops[] = {tovFlipHorizontal, tovFlipVertical,
-                                              [](HDIB d) { return tovCrop(d, 1, 2, 5, 3); },
-                                              [](HDIB d) { return tovScale(d, 50); }};
-    for (DWORD bits : tovtest::kDepths)
-        for (size_t op = 0; op < 4; ++op) {
-            Dib src = Random(13, 9, bits, 8), ok(tovCreateCopyHDIB(src));
-            ASSERT_EQ(ops[op](ok), 0u);
-            for (long n = 1;; ++n) {
-                const long live = PlatLiveObjects();
-                HDIB d = tovCreateCopyHDIB(src);
-                const long count = PlatAllocationCount();
-                PlatFailAllocation(n);
-                const DWORD r = ops[op](d);
-                const bool reached = PlatAllocationCount() - count >= n;
-                PlatFailAllocation(0);
-                EXPECT_EQ(r, reached ? 6u : 0u) << "op " << op << " allocation " << n;
-                if (!reached || op < 2 || (DibBitsPtr(d) && DibWidth(d) == 13)) {
-                    EXPECT_EQ(Store(d), Store(reached ? src : ok)) << "op " << op << " allocation " << n;
-                }
-                DibUnload(d);
-                EXPECT_EQ(PlatLiveObjects(), live) << "leak: op " << op << " allocation " << n;
-                if (!reached) {
-                    EXPECT_GE(n, 4) << "sites of op " << op;
-                    break;
-                }
-            }
-        }
-}
-
-}  // namespace
-
-namespace {
-
-// Crop and scale work from a copy of the whole picture, as their traces tell.
-TEST(Geometry, CropAndScaleTraceTheirCopy) {
-    tovtest::ScratchDir dir;
-    for (const std::function<DWORD(HDIB)>& op : {std::function<DWORD(HDIB)>([](HDIB d) { return tovCrop(d, 1, 2, 5, 3); }),
-                                                 std::function<DWORD(HDIB)>([](HDIB d) { return tovScale(d, 50); })}) {
-        Dib d = Random(13, 9, 8, 3);
-        tovtest::StartLog(5);
-        ASSERT_EQ(op(d), 0u);
-        tovtest::StopLog();
-        std::string seen;
-        for (const std::string& line : tovtest::LogLines())
-            if (line.rfind(">DibCreateCopy(", 0) == 0 || line.rfind(">DibResize(", 0) == 0 ||
-                line.rfind(">DibUnload(", 0) == 0)
-                seen += line.substr(1, line.find('(') - 1) + " ";
-        EXPECT_EQ(seen, "DibCreateCopy DibResize DibUnload ");
     }
 }
 

@@ -1,0 +1,205 @@
+// Point operations, the histogram and its stretch against plain references
+// pixel by pixel through the bitmap's own routines, telling values, extreme
+// arguments, and the table lookup on every way this processor has.
+#include "dibkernels.h"
+#include "opstest.h"
+
+#include <tovrel/tovrel.h>
+
+#include <cmath>
+#include <functional>
+#include <iterator>
+
+using namespace opstest;
+
+namespace {
+
+template <class F>
+void RefMap(HDIB h, F f) {
+    DibPixelIO io = IO(h);
+    for (LONG y = 0; y < DibHeight(h); ++y)
+        for (LONG x = 0; x < DibWidth(h); ++x) io.set(h, x, y, f(int64_t(io.get(h, x, y))));
+}
+
+DWORD Clamp(int64_t v, DWORD colors) { return DWORD(v < 0 ? 0 : v >= colors ? colors - 1 : v); }
+
+// Gain in 16.16, worked out in single precision as the device does.
+LONG RefGain(LONG contrast) { return LONG(float(contrast + 255) * 0.003921569f * 65536.0f); }
+
+void RefGamma(HDIB h, double gamma) {
+    const double k = std::pow(255.0, 1.0 - gamma);
+    RefMap(h, [&](int64_t x) {
+        return x == 0 || gamma == 1.0 ? DWORD(x) : std::min(255u, DWORD(std::pow(double(x), gamma) * k + 0.5));
+    });
+}
+
+void RefStretch(HDIB h, LONG low, LONG high, DWORD mode) {
+    DWORD black = DWORD(low), white = DWORD(high);
+    if (mode == 1) {
+        DWORD hist[256] = {};
+        RefMap(h, [&](int64_t v) { return ++hist[v], DWORD(v); });
+        const double pixels = double(DWORD(DibWidth(h)) * DWORD(DibHeight(h)));
+        const int64_t dark = int64_t(low * 0.01 * pixels), light = int64_t(high * 0.01 * pixels);
+        int64_t sum = 0;
+        for (black = 0; black < 255 && (sum += hist[black]) <= dark;) ++black;
+        for (sum = 0, white = 255; white > 0 && (sum += hist[white]) <= light;) --white;
+    }
+    const DWORD range = white - black;
+    RefMap(h, [&](int64_t p) -> DWORD {
+        if (range == 0) return p > black ? 255 : p < black ? 0 : DWORD(p);
+        return Clamp(int64_t(DWORD(p) * 255 / range) - int64_t(black * 255 / range), 256);
+    });
+}
+
+}  // namespace
+
+// Every depth, colour counts below and above the depth's own (the clamp is
+// to the count, not the depth), and for the 8-bit operations also pictures
+// of three values (narrow histograms, range 0): the whole store equals the
+// reference's. The fixed stretch equals mode 1 with 2 and 2.
+TEST(PointOperations, MatchReference) {
+    struct Case { std::function<DWORD(HDIB)> op; std::function<void(HDIB)> ref; bool eightOnly; };
+    std::vector<Case> cases = {{DibInvert, [](HDIB h) { RefMap(h, [&](int64_t v) { return DWORD(DibNumColors(h) - v - 1); }); }, false},
+                               {tovHistogramStretch, [](HDIB h) { RefStretch(h, 2, 2, 1); }, true}};
+    for (LONG b : {-255, -1, 7, 255})
+        cases.push_back({[b](HDIB h) { return DibBrightness(h, b); },
+                         [b](HDIB h) { RefMap(h, [&](int64_t v) { return Clamp(v + b, DibNumColors(h)); }); }, false});
+    for (LONG c : {-255, -128, -1, 0, 64, 255})
+        for (LONG off : {-(c / 2), LONG(-300), LONG(300)})
+            cases.push_back({[=](HDIB h) { return DibContrast(h, c, off); }, [=](HDIB h) {
+                                 RefMap(h, [&](int64_t v) { return Clamp(off + ((v * RefGain(c)) >> 16), DibNumColors(h)); });
+                             }, false});
+    for (double g : {0.1, 0.5, 1.0, 1.7, 10.0})
+        cases.push_back({[g](HDIB h) { return DibGammaCorrection(h, g); }, [g](HDIB h) { RefGamma(h, g); }, true});
+    const LONG stretches[][3] = {{0, 255, 0}, {50, 200, 0}, {77, 77, 0}, {200, 201, 0}, {0, 0, 1},
+                                 {10, 40, 1}, {30, 30, 1}, {0, 100, 1}, {45, 90, 1}};
+    for (const auto& s : stretches)
+        cases.push_back({[s](HDIB h) { return DibHistogramStretchEx(h, s[0], s[1], DWORD(s[2])); },
+                         [s](HDIB h) { RefStretch(h, s[0], s[1], DWORD(s[2])); }, true});
+    const std::pair<DWORD, DWORD> shapes[] = {{1, 0}, {4, 0}, {8, 0}, {8, 5}, {8, 300}, {4, 10}, {4, 256}, {1, 16}};
+    uint32_t seed = 1;
+    for (const Case& c : cases)
+        for (auto [bits, colors] : shapes)
+            for (LONG w : tovtest::kWidths)
+                for (LONG h : kHeights)
+                    for (bool narrow : {false, true}) {
+                        if (c.eightOnly && bits != 8) continue;
+                        if (narrow && (bits != 8 || colors)) continue;
+                        Dib a = Random(w, h, bits, seed, colors), b = Random(w, h, bits, seed++, colors);
+                        if (narrow) FillFrom(a, {40, 41, 200}, seed), FillFrom(b, {40, 41, 200}, seed);
+                        ASSERT_EQ(c.op(a), DWORD(DibOk));
+                        c.ref(b);
+                        ASSERT_EQ(Store(a), Store(b)) << bits << " bits, " << colors << " colours, " << w << "x" << h;
+                    }
+}
+
+// Values worked out by hand; they hold the reference to the rules too.
+TEST(PointOperations, TellingValues) {
+    struct Row { DWORD (*op)(HDIB); BYTE in, out; };
+    const Row rows[] = {
+        {[](HDIB h) { return tovContrast(h, -1); }, 255, 254},
+        {[](HDIB h) { return tovContrast(h, 255); }, 64, 1},
+        {[](HDIB h) { return tovContrast(h, 255); }, 128, 129},
+        {[](HDIB h) { return tovContrast(h, -255); }, 0, 127},
+        {[](HDIB h) { return tovContrast(h, -255); }, 255, 127},
+        {[](HDIB h) { return tovGammaCorrection(h, 2.0); }, 128, 64},
+        {[](HDIB h) { return tovGammaCorrection(h, 0.5); }, 1, 16},
+        {[](HDIB h) { return tovGammaCorrection(h, 10.0); }, 192, 15},
+        {[](HDIB h) { return tovHistogramStretchEx(h, 50, 200, 0); }, 49, 0},
+        {[](HDIB h) { return tovHistogramStretchEx(h, 50, 200, 0); }, 125, 127},
+        {[](HDIB h) { return tovHistogramStretchEx(h, 50, 200, 0); }, 201, 255},
+        {[](HDIB h) { return tovHistogramStretch(h); }, 77, 77},                  // uniform: no range
+        {[](HDIB h) { return tovHistogramStretchEx(h, 100, 100, 1); }, 200, 0},  // crossed cut-offs
+    };
+    for (const Row& r : rows) {
+        Dib d(tovCreateHDIBExt(3, 2, r.in, 8));
+        ASSERT_EQ(r.op(d), DWORD(tovOk));
+        EXPECT_EQ(d.h->ppRow[1][2], r.out) << int(r.in) << " -> " << int(r.out);
+    }
+}
+
+// Widths round the counting kernel's blocks as well.
+TEST(Histogram, CountsPixelsAndFindsPoints) {
+    uint32_t seed = 11;
+    for (LONG w : {1, 7, 8, 9, 31, 32, 33, 63, 64, 65, 1000})
+        for (LONG h : kHeights) {
+            Dib d = Random(w, h, 8, seed++);
+            DWORD got[256] = {}, want[256] = {};
+            got[3] = want[3] = 10;  // added to, not cleared
+            for (LONG y = 0; y < h; ++y)
+                for (LONG x = 0; x < w; ++x) ++want[d.h->ppRow[y][x]];
+            ASSERT_EQ(DibHistogram(d, got), DWORD(DibOk));
+            ASSERT_TRUE(std::equal(got, got + 256, want)) << w << "x" << h;
+        }
+    DWORD c[256] = {};
+    c[0] = c[255] = 100;  // each read by one search only
+    c[10] = c[20] = 5;
+    c[200] = 3;
+    const LONG counts[] = {-1, 0, 99, 100, 104, 105, 109, 110, 112, 113};
+    const DWORD black[] = {0, 0, 0, 10, 10, 20, 20, 200, 200, 255};
+    const DWORD white[] = {255, 255, 255, 200, 20, 20, 10, 10, 10, 0};
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(DibHistogramBlackValue(c, counts[i]), black[i]) << counts[i];
+        EXPECT_EQ(DibHistogramWhiteValue(c, counts[i]), white[i]) << counts[i];
+    }
+}
+
+// The bitmap layer has no ranges of its own: extreme values clamp as the
+// arithmetic says, without overflow (the sanitizer build watches this).
+TEST(PointOperations, ExtremeArguments) {
+    static constexpr LONG kMin = LONG(0x80000000), kMax = 0x7FFFFFFF;
+    struct Step { DWORD (*op)(HDIB); bool top; };
+    const Step steps[] = {  // the last on pixels of 1: the largest gain
+        {[](HDIB h) { return DibBrightness(h, kMax); }, true}, {[](HDIB h) { return DibBrightness(h, kMin); }, false},
+        {[](HDIB h) { return DibContrast(h, 0, kMax); }, true}, {[](HDIB h) { return DibContrast(h, kMin, 0); }, false},
+        {[](HDIB h) { return DibBrightness(h, 1); }, false}, {[](HDIB h) { return DibContrast(h, kMax, kMin + 1); }, false},
+    };
+    for (DWORD bits : kDepths) {
+        Dib d = Random(11, 5, bits, 70 + bits);
+        DibPixelIO io = IO(d);
+        for (size_t i = 0; i < std::size(steps); ++i) {
+            ASSERT_EQ(steps[i].op(d), DWORD(DibOk));
+            const DWORD want = steps[i].top ? (1u << bits) - 1 : i == 4 ? 1 : 0;
+            for (LONG y = 0; y < 5; ++y)
+                for (LONG x = 0; x < 11; ++x) ASSERT_EQ(io.get(d, x, y), want) << "step " << i << ", " << bits;
+        }
+    }
+    Dib g = Random(9, 3, 8, 1);
+    for (double gamma : {-3.0, 0.0, 1e-300, 1e300, std::nan(""), double(INFINITY)})
+        ASSERT_EQ(DibGammaCorrection(g, gamma), DWORD(DibOk)) << gamma;
+    EXPECT_EQ(DibHistogram(g, nullptr), DWORD(DibErrorInvalidParm));
+    EXPECT_EQ(DibHistogramBlackValue(nullptr, 0), 255u);
+    EXPECT_EQ(DibHistogramWhiteValue(nullptr, 0), 0u);
+    DWORD counters[256] = {};
+    counters[7] = counters[9] = 0xFFFFFFFF;
+    EXPECT_EQ(DibHistogramBlackValue(counters, kMax), 7u);
+    EXPECT_EQ(DibHistogramWhiteValue(counters, kMax), 9u);
+    EXPECT_EQ(DibHistogramWhiteValue(counters, kMin), 255u);  // 0 at level 255 already exceeds it
+}
+
+// The table lookup on every way, at lengths round the vector widths and
+// unaligned starts; bytes past the end stay.
+TEST(RowKernels, TableLookupEveryWay) {
+    std::mt19937 rng(5);
+    BYTE table[256];
+    int ways = 0;
+    for (int way = 0; way < DIB_TABLE_WAYS; ++way) {
+        BYTE probe = 0;
+        if (!DibTableRow8With(way, table, &probe, 0)) continue;
+        ++ways;
+        for (BYTE& t : table) t = BYTE(rng());
+        for (size_t n = 0; n <= 200; ++n)
+            for (size_t start : {0, 1, 7}) {
+                Bytes row(start + n + 70);
+                for (BYTE& b : row) b = BYTE(rng());
+                Bytes want = row, got = row, best = row;
+                for (size_t i = 0; i < n; ++i) want[start + i] = table[want[start + i]];
+                ASSERT_TRUE(DibTableRow8With(way, table, got.data() + start, n));
+                DibTableRow8(table, best.data() + start, n);
+                ASSERT_EQ(got, want) << "way " << way << " n " << n;
+                ASSERT_EQ(best, want) << "n " << n;
+            }
+    }
+    EXPECT_GE(ways, 1);
+    EXPECT_FALSE(DibTableRow8With(DIB_TABLE_WAYS, table, nullptr, 0));
+}
