@@ -144,6 +144,32 @@ TEST(Convolution, CallerKernelsMatchReference) {
     }
 }
 
+// Rows of 32 pixels and more reach the vector blocks (32 or 64 pixels) that
+// finish sums fitting 16 bits; small weights, every kind of divisor, bias
+// and threshold around the 16-bit limits.
+TEST(Convolution, WideRowsMatchReference) {
+    std::mt19937 rng(29);
+    const LONG widths[] = {32, 33, 63, 64, 65, 97, 128, 129, 640}, heights[] = {1, 2, 3, 5};
+    const LONG divisors[] = {1, -1, 2, -2, -7, 9, 24, -1000, 32767, -32768, 40000, INT_MIN, INT_MAX};
+    const LONG biases[] = {0, 77, -300, 32767, -32768, 32768, -32769, INT_MAX - 32767, INT_MIN + 32767, INT_MAX, INT_MIN};
+    const LONG thresholds[] = {0, 0, 0, 1, 128, -5, 40000, -40000, INT_MIN, INT_MAX};
+    for (int round = 0; round < 400 && !HasFatalFailure(); ++round) {
+        const LONG w = widths[rng() % std::size(widths)], h = heights[rng() % std::size(heights)];
+        const LONG n = rng() % 2 ? 3 : 5;
+        const int kind = int(rng() % 4);  // random, non-negative, one centre in an equal ring, all ones
+        std::vector<LONG> k(size_t(n * n));
+        const LONG ring = LONG(rng() % 10), centre = LONG(rng() % 19) - 9;
+        for (size_t i = 0; i < k.size(); ++i)
+            k[i] = kind == 0 ? LONG(rng() % 19) - 9 : kind == 1 ? LONG(rng() % 10) : kind == 3 ? 1
+                 : i == k.size() / 2 ? centre : ring;
+        const LONG divisor = divisors[rng() % std::size(divisors)], bias = biases[rng() % std::size(biases)];
+        const LONG threshold = thresholds[rng() % std::size(thresholds)];
+        Check(rng(), w, h, k, n, n, divisor, bias, threshold, [&](HDIB d) {
+            return DibConvolutionFilterThreshhold(d, k.data(), n, n, divisor, bias, threshold);
+        });
+    }
+}
+
 // Values worked out by hand, which hold the reference to the rules too.
 TEST(Convolution, KnownValues) {
     Dib inf = Uniform(13, 11, 100);  // 523/512 of a uniform grey, edges included

@@ -6,6 +6,7 @@
 
 #include <tovrel/tovrel.h>
 
+#include <array>
 #include <cmath>
 #include <functional>
 #include <iterator>
@@ -91,6 +92,42 @@ TEST(PointOperations, MatchReference) {
                         c.ref(b);
                         ASSERT_EQ(Store(a), Store(b)) << bits << " bits, " << colors << " colours, " << w << "x" << h;
                     }
+}
+
+// From 16384 pixels the stretch finds its points from a sample of rows and
+// exact counts near them: pictures whose points a sample misjudges (a narrow
+// band, one dominant level, heavy extremes, a single level) and cut-offs at
+// and between the ends must still give the full histogram's answer.
+TEST(HistogramStretch, LargePicturesMatchReference) {
+    std::mt19937 rng(41);
+    const std::pair<LONG, LONG> sizes[] = {{640, 48}, {4096, 5}, {3, 6000}, {200, 100}};
+    std::vector<std::array<LONG, 2>> cuts = {{0, 0}, {100, 100}, {2, 2}, {7, 7}, {0, 100}, {49, 51}};
+    for (int i = 0; i < 4; ++i) {
+        const LONG a = LONG(rng() % 101), b = LONG(rng() % 101);
+        cuts.push_back({std::min(a, b), std::max(a, b)});
+    }
+    for (auto [w, h] : sizes)
+        for (int shape = 0; shape < 6; ++shape)
+            for (const auto& c : cuts) {
+                Dib a = Random(w, h, 8, rng());
+                for (LONG y = 0; y < h; ++y)
+                    for (LONG x = 0; x < w; ++x) {
+                        BYTE& p = a.h->ppRow[y][x];
+                        const unsigned r = rng();
+                        switch (shape) {
+                        case 1: p = BYTE(120 + r % 6); break;                          // a narrow band
+                        case 2: p = r % 20 ? 90 : BYTE(r >> 8); break;                  // 95% one level
+                        case 3: p = BYTE((r % 64 + (r >> 8) % 64 + (r >> 16) % 64 + (r >> 24) % 64)); break;
+                        case 4: p = r % 3 == 0 ? 0 : r % 3 == 1 ? 255 : BYTE(r >> 8); break;
+                        case 5: p = 17; break;                                          // a single level
+                        default: break;                                                 // uniform
+                        }
+                    }
+                Dib b = Copy(a);
+                ASSERT_EQ(DibHistogramStretchEx(a, c[0], c[1], 1), DWORD(DibOk));
+                RefStretch(b, c[0], c[1], 1);
+                ASSERT_EQ(Store(a), Store(b)) << w << "x" << h << " shape " << shape << " cut " << c[0] << "," << c[1];
+            }
 }
 
 // Values worked out by hand; they hold the reference to the rules too.

@@ -58,7 +58,7 @@ TEST(RankFilter, MatchesReference) {
     widths.insert(widths.end(), {2, 3, 34, 35, 513, 514, 1031, 1037});  // 3: one interior column
     for (DWORD bits : kDepths)
         for (LONG w : widths)
-            for (LONG h : kHeights)
+            for (LONG h : {1, 2, 3, 4, 9, 10})  // 4, 10: the two-rows-a-pass kernels end on a pair
                 for (DWORD rank = 0; rank <= 8; rank += w > 100 ? 4 : 1) {
                     Dib a = Random(w, h, bits, seed++), b = Copy(a);
                     ASSERT_EQ(DibRankFilter(a, rank), DWORD(DibOk));
