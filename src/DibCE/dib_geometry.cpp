@@ -20,6 +20,8 @@
 
 #include "dibops.h"
 
+#include <tovrel/packedpixel.h>
+
 namespace {
 
 // Bit-reversed bytes, for mirroring 1-bit rows.
@@ -132,22 +134,6 @@ void MirrorRow(BYTE* dst, const BYTE* src, LONG width, int bpp) {
     }
 }
 
-inline DWORD ReadPixel(const BYTE* row, LONG x, int bpp) {
-    if (bpp == 8) return row[x];
-    if (bpp == 4) return (row[x >> 1] >> ((x & 1) ? 0 : 4)) & 0x0F;
-    return (row[x >> 3] >> (7 - (x & 7))) & 1;
-}
-
-inline void WritePixel(BYTE* row, LONG x, int bpp, DWORD v) {
-    if (bpp == 4) {
-        const int sh = (x & 1) ? 0 : 4;
-        row[x >> 1] = (BYTE)((row[x >> 1] & ~(0x0F << sh)) | (v << sh));
-    } else {
-        const int sh = 7 - (x & 7);
-        row[x >> 3] = (BYTE)((row[x >> 3] & ~(1 << sh)) | (v << sh));
-    }
-}
-
 // Source row or column of an output one: the truncated single-precision
 // product with the inverse factor.
 inline LONG SourceIndex(LONG i, float inverse, LONG limit) {
@@ -184,7 +170,7 @@ void ScaleRows(BYTE* const* srcRows, BYTE* const* dstRows, LONG newWidth, LONG n
                     for (LONG i = 0; i < n; ++i) d0[i] = src[cols[i]];
             } else {
                 for (LONG i = 0; i < n; ++i)
-                    WritePixel(dst, x0 + i, bpp, ReadPixel(src, cols[i], bpp));
+                    PackedPut(dst, x0 + i, bpp, PackedGet(src, cols[i], bpp));
             }
         }
     }

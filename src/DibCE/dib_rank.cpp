@@ -16,6 +16,8 @@
 #include "dibkernels.h"
 #include "dibops.h"
 
+#include <tovrel/packedpixel.h>
+
 // Columns handled at a time: the strip buffers live on the stack and in L1.
 #define DIB_RANK_STRIP 2048
 
@@ -280,27 +282,22 @@ void Unpack(const BYTE* row, DWORD bitcount, size_t x, size_t n, BYTE* out) {
 // Stores values that fit the depth into pixels x .. x + n - 1; the other
 // pixels of the first and last byte stay.
 void Pack(BYTE* row, DWORD bitcount, size_t x, size_t n, const BYTE* values) {
+    const int bpp = static_cast<int>(bitcount);
+    const size_t perByte = 8 / bitcount;
     size_t i = 0;
+    // Whole bytes in the middle; single pixels where a byte is shared.
+    for (; i < n && ((x + i) % perByte); ++i) PackedPut(row, static_cast<LONG>(x + i), bpp, values[i]);
     if (bitcount == 4) {
-        if ((x & 1) && n) { // a low nibble first
-            row[x >> 1] = (BYTE)((row[x >> 1] & 0xF0) | values[i++]);
-        }
         BYTE* p = row + ((x + i) >> 1);
-        for (; i + 2 <= n; i += 2) *p++ = (BYTE)((values[i] << 4) | values[i + 1]);
-        if (i < n) *p = (BYTE)((*p & 0x0F) | (values[i] << 4));
-        return;
+        for (; i + 2 <= n; i += 2) *p++ = static_cast<BYTE>((values[i] << 4) | values[i + 1]);
+    } else {
+        for (; i + 8 <= n; i += 8) {
+            const BYTE* v = values + i;
+            row[(x + i) >> 3] = static_cast<BYTE>((v[0] << 7) | (v[1] << 6) | (v[2] << 5) | (v[3] << 4) |
+                                                  (v[4] << 3) | (v[5] << 2) | (v[6] << 1) | v[7]);
+        }
     }
-    auto put = [&](size_t at, BYTE v) {
-        BYTE bit = (BYTE)(0x80 >> (at & 7));
-        row[at >> 3] = v ? (BYTE)(row[at >> 3] | bit) : (BYTE)(row[at >> 3] & ~bit);
-    };
-    for (; i < n && ((x + i) & 7); ++i) put(x + i, values[i]);
-    for (; i + 8 <= n; i += 8) {
-        const BYTE* v = values + i;
-        row[(x + i) >> 3] = (BYTE)((v[0] << 7) | (v[1] << 6) | (v[2] << 5) | (v[3] << 4) | (v[4] << 3) |
-                                   (v[5] << 2) | (v[6] << 1) | v[7]);
-    }
-    for (; i < n; ++i) put(x + i, values[i]);
+    for (; i < n; ++i) PackedPut(row, static_cast<LONG>(x + i), bpp, values[i]);
 }
 
 enum class Window { Rank, Despeckle };
