@@ -122,9 +122,9 @@ CONV_INLINE void AddKernelRow(Acc* acc, const Src* s, const ConvRow& r, LONG col
 
 template <bool Thr>
 CONV_INLINE BYTE Decide(int32_t q, LONG bias, LONG threshold) {
-    const int32_t s = (int32_t)((uint32_t)bias + (uint32_t)q);
+    const int32_t s = static_cast<int32_t>(static_cast<uint32_t>(bias) + static_cast<uint32_t>(q));
     if (Thr) return s < threshold ? 0 : 255;
-    return (BYTE)(s > 255 ? 255 : (s < 0 ? 0 : s));
+    return static_cast<BYTE>(s > 255 ? 255 : (s < 0 ? 0 : s));
 }
 
 template <DivKind K, bool Thr, class Acc>
@@ -133,21 +133,21 @@ CONV_INLINE void FinishKind(const Acc* acc, BYTE* out, const ConvPlan& p) {
     const LONG threshold = p.threshold;
     const LONG n = p.width;
     const int sh = p.shift;
-    const int32_t mask = (int32_t)((1u << sh) - 1u);
-    const float fd = (float)p.divisor;
+    const int32_t mask = static_cast<int32_t>((1u << sh) - 1u);
+    const float fd = static_cast<float>(p.divisor);
     for (LONG x = 0; x < n; ++x) {
-        const int32_t s = (int32_t)acc[x];
+        const int32_t s = static_cast<int32_t>(acc[x]);
         int32_t q;
         if (K == DivOne) {
             q = s;
         } else if (K == DivNegate) {
-            q = (int32_t)(0u - (uint32_t)s);
+            q = static_cast<int32_t>(0u - static_cast<uint32_t>(s));
         } else if (K == DivShift) {
             q = (s + ((s >> 31) & mask)) >> sh;
         } else if (K == DivShiftNeg) {
             q = -((s + ((s >> 31) & mask)) >> sh);
         } else if (K == DivFloat) {
-            q = (int32_t)((float)s / fd);
+            q = static_cast<int32_t>(static_cast<float>(s) / fd);
         } else {
             q = s / p.divisor;
         }
@@ -198,7 +198,7 @@ CONV_INLINE void ConvolveRowT(const ConvPlan& p, BYTE* const* copyRows, BYTE* ou
     if (p.fused3) {
         Fused3x3(acc, copyRows[0], copyRows[1], copyRows[2], p.kernel, n);
     } else {
-        memset(acc, 0, sizeof(Acc) * (size_t)n);
+        memset(acc, 0, sizeof(Acc) * static_cast<size_t>(n));
         for (LONG i = 0; i < p.nrows; ++i) {
             const ConvRow& r = p.rows[i];
             const BYTE* a = copyRows[r.ky1];
@@ -206,22 +206,22 @@ CONV_INLINE void ConvolveRowT(const ConvPlan& p, BYTE* const* copyRows, BYTE* ou
                 AddKernelRow(acc, a, r, p.cols, n);
             } else {
                 const BYTE* b = copyRows[r.ky2];
-                for (LONG c = 0; c < p.copyWidth; ++c) fold[c] = (uint16_t)(a[c] + b[c]);
-                AddKernelRow(acc, (const uint16_t*)fold, r, p.cols, n);
+                for (LONG c = 0; c < p.copyWidth; ++c) fold[c] = static_cast<uint16_t>(a[c] + b[c]);
+                AddKernelRow(acc, reinterpret_cast<const uint16_t*>(fold), r, p.cols, n);
             }
         }
     }
     if (sizeof(Acc) == 2 && p.finish16)
-        p.finish16((const int16_t*)acc, out, n, p.n16);
+        p.finish16(reinterpret_cast<const int16_t*>(acc), out, n, p.n16);
     else
         Finish(acc, out, p);
 }
 
 #define CONV_ROW_BODY                                                   \
     if (p.narrow)                                                       \
-        ConvolveRowT(p, copyRows, out, (int16_t*)acc, fold);            \
+        ConvolveRowT(p, copyRows, out, reinterpret_cast<int16_t*>(acc), fold);            \
     else                                                                \
-        ConvolveRowT(p, copyRows, out, (uint32_t*)acc, fold);
+        ConvolveRowT(p, copyRows, out, reinterpret_cast<uint32_t*>(acc), fold);
 
 typedef void (*ConvolveRowFn)(const ConvPlan& p, BYTE* const* copyRows, BYTE* out, void* acc, uint16_t* fold);
 
@@ -243,7 +243,7 @@ ConvolveRowFn PickConvolveRow() {
 }
 
 bool RowsEqual(const LONG* a, const LONG* b, LONG cols) {
-    return cols == 0 || memcmp(a, b, sizeof(LONG) * (size_t)cols) == 0;
+    return cols == 0 || memcmp(a, b, sizeof(LONG) * static_cast<size_t>(cols)) == 0;
 }
 
 bool Palindrome(const LONG* w, LONG cols) {
@@ -264,21 +264,21 @@ void PlanNarrow(ConvPlan& plan, LONG rows, LONG cols) {
     const int64_t bias = plan.bias;
     if (plan.threshold == 0) {
         if (bias < INT16_MIN || bias > INT16_MAX) return;
-        q.bias = (int16_t)bias;
+        q.bias = static_cast<int16_t>(bias);
     } else {
         // |q| < 2^15, so bias + q cannot wrap and 255 goes where q >= threshold - bias.
-        if (bias < (int64_t)INT32_MIN + INT16_MAX || bias > (int64_t)INT32_MAX - INT16_MAX) return;
-        int64_t limit = (int64_t)plan.threshold - bias - 1;
+        if (bias < static_cast<int64_t>(INT32_MIN) + INT16_MAX || bias > static_cast<int64_t>(INT32_MAX) - INT16_MAX) return;
+        int64_t limit = static_cast<int64_t>(plan.threshold) - bias - 1;
         limit = limit < INT16_MIN ? INT16_MIN : limit > INT16_MAX ? INT16_MAX : limit;
         q.threshold = true;
-        q.limit = (int16_t)limit;
+        q.limit = static_cast<int16_t>(limit);
     }
-    const int64_t ad = plan.divisor < 0 ? -(int64_t)plan.divisor : (int64_t)plan.divisor;
+    const int64_t ad = plan.divisor < 0 ? -static_cast<int64_t>(plan.divisor) : static_cast<int64_t>(plan.divisor);
     q.div = ad == 1 ? ConvDivIdent : ConvDivSigned;
     if (ad >= 2 && ad <= INT16_MAX) {
         int bits = 0;
-        while (((int64_t)1 << bits) < ad) ++bits;
-        q.magic = (uint16_t)((((int64_t)1 << (15 + bits)) + ad - 1) / ad);
+        while ((static_cast<int64_t>(1) << bits) < ad) ++bits;
+        q.magic = static_cast<uint16_t>(((static_cast<int64_t>(1) << (15 + bits)) + ad - 1) / ad);
         q.shift = bits - 1;
     } // a larger divisor leaves magic 0: every quotient is 0
     if (rows == 3 && cols == 3) {
@@ -286,14 +286,14 @@ void PlanNarrow(ConvPlan& plan, LONG rows, LONG cols) {
         bool positive = true;
         for (int i = 0; i < 9; ++i) {
             const LONG w = plan.divisor < 0 ? -plan.kernel[i] : plan.kernel[i];
-            q.taps[i] = (int16_t)w;
+            q.taps[i] = static_cast<int16_t>(w);
             positive = positive && w >= 0;
         }
         bool ring = true;
         for (int i = 0; i < 9; ++i) ring = ring && (i == 4 || q.taps[i] == q.taps[0]);
         q.kind = !ring ? ConvKindTaps : (q.taps[0] == 1 && q.taps[4] == 1) ? ConvKindBox : ConvKindRing;
         q.ringA = q.taps[0];
-        q.ringB = (int16_t)(q.taps[4] - q.taps[0]);
+        q.ringB = static_cast<int16_t>(q.taps[4] - q.taps[0]);
         if (positive && q.div == ConvDivSigned) q.div = ConvDivUnsigned;
         plan.row3 = ConvPickRow3(q, plan.width);
     } else {
@@ -308,20 +308,20 @@ void BuildPlan(ConvPlan& plan, ConvRow* out, const LONG* kernel, LONG rows, LONG
     LONG n = 0;
     int64_t absSum = 0;
     for (LONG ky = 0; ky < rows; ++ky) {
-        const LONG* w = kernel + (size_t)ky * (size_t)cols;
+        const LONG* w = kernel + static_cast<size_t>(ky) * static_cast<size_t>(cols);
         bool any = false;
         for (LONG j = 0; j < cols; ++j) {
-            absSum += w[j] < 0 ? -(int64_t)w[j] : (int64_t)w[j];
+            absSum += w[j] < 0 ? -static_cast<int64_t>(w[j]) : static_cast<int64_t>(w[j]);
             any = any || w[j] != 0;
         }
         const LONG mirror = rows - 1 - ky;
-        if (mirror < ky && RowsEqual(w, kernel + (size_t)mirror * (size_t)cols, cols))
+        if (mirror < ky && RowsEqual(w, kernel + static_cast<size_t>(mirror) * static_cast<size_t>(cols), cols))
             continue; // folded into its mirror row
         if (!any) continue;
         ConvRow& r = out[n++];
         r.weights = w;
         r.ky1 = ky;
-        r.ky2 = (mirror > ky && RowsEqual(w, kernel + (size_t)mirror * (size_t)cols, cols)) ? mirror : -1;
+        r.ky2 = (mirror > ky && RowsEqual(w, kernel + static_cast<size_t>(mirror) * static_cast<size_t>(cols), cols)) ? mirror : -1;
         r.palindrome = Palindrome(w, cols);
     }
     plan.rows = out;
@@ -337,15 +337,15 @@ void BuildPlan(ConvPlan& plan, ConvRow* out, const LONG* kernel, LONG rows, LONG
     plan.bias = bias;
     plan.threshold = threshold;
     plan.shift = 0;
-    const int64_t ad = divisor < 0 ? -(int64_t)divisor : (int64_t)divisor;
+    const int64_t ad = divisor < 0 ? -static_cast<int64_t>(divisor) : static_cast<int64_t>(divisor);
     if (divisor == 1) {
         plan.kind = DivOne;
     } else if (divisor == -1) {
         plan.kind = DivNegate;
-    } else if ((ad & (ad - 1)) == 0 && ad <= ((int64_t)1 << 30)) {
-        while (((int64_t)1 << plan.shift) < ad) ++plan.shift;
+    } else if ((ad & (ad - 1)) == 0 && ad <= (static_cast<int64_t>(1) << 30)) {
+        while ((static_cast<int64_t>(1) << plan.shift) < ad) ++plan.shift;
         plan.kind = divisor > 0 ? DivShift : DivShiftNeg;
-    } else if (bound < ((int64_t)1 << 24) && ad < ((int64_t)1 << 24)) {
+    } else if (bound < (static_cast<int64_t>(1) << 24) && ad < (static_cast<int64_t>(1) << 24)) {
         plan.kind = DivFloat;
     } else {
         plan.kind = DivScalar;
@@ -368,7 +368,7 @@ struct CopyFiller {
 
     void Row(LONG r, const BYTE* from) const {
         BYTE* row = dst[r];
-        memcpy(row + mx, from, (size_t)width);
+        memcpy(row + mx, from, static_cast<size_t>(width));
         for (LONG i = 0; i < mx; ++i) {
             row[i] = row[2 * mx - i];
             row[newWidth - 1 - i] = row[width - 1 - i];
@@ -393,34 +393,34 @@ struct CopyFiller {
 HDIB MakeCopy(HDIB hdib, LONG newHeight, LONG newWidth, bool fill) {
     DebugTrace(DIB_LEVEL_FRAME, u">DibCreateCopyConvolve(%lld,%d,%d)\r\n", TRACE_PTR(hdib),
                newHeight, newWidth);
-    if (DibIsValid(hdib) == DibErrorInvalidDIB) return NULL;
+    if (DibIsInvalid(hdib)) return nullptr;
     const LONG width = DibWidth(hdib);
     const LONG height = DibHeight(hdib);
     const DWORD colours = DibNumColors(hdib);
-    const int64_t gw = (int64_t)newWidth - width;
-    const int64_t gh = (int64_t)newHeight - height;
+    const int64_t gw = static_cast<int64_t>(newWidth) - width;
+    const int64_t gh = static_cast<int64_t>(newHeight) - height;
     // The rows are copied byte for byte: 8 bits only, and only borders
     // that the picture can supply.
     if (DibBitCount(hdib) != 8 || (gw & 1) || (gh & 1) ||
         !BordersFromPicture(width, height, gw / 2, gh / 2)) {
         DebugError(u"   !DibCreateCopyConvolve():DibErrorInvalidParm\r\n");
-        return NULL;
+        return nullptr;
     }
-    BITMAPINFO* info = (BITMAPINFO*)LocalAlloc(LPTR, ((size_t)colours + 10) * 4);
-    if (info == NULL) {
+    BITMAPINFO* info = (BITMAPINFO*)LocalAlloc(LPTR, (static_cast<size_t>(colours) + 10) * 4);
+    if (info == nullptr) {
         DebugError(u"   !DibCreateCopyConvolve():LocalAlloc:pbmi:Error\r\n");
-        return NULL;
+        return nullptr;
     }
     memcpy(&info->bmiHeader, &hdib->ds.dsBmih, sizeof(BITMAPINFOHEADER));
-    memcpy(info->bmiColors, hdib->pbmiColors, (size_t)colours * 4);
+    memcpy(info->bmiColors, hdib->pbmiColors, static_cast<size_t>(colours) * 4);
     info->bmiHeader.biHeight = newHeight;
     info->bmiHeader.biWidth = newWidth;
     info->bmiHeader.biSizeImage = 0; // the old size would describe the old picture
     HDIB copy = DibCreateFromBitmapInfo(info);
     LocalFree(info);
-    if (copy == NULL) {
+    if (copy == nullptr) {
         DebugError(u"   !DibCreateCopyConvolve():DibCreateFromBitmapInfo:Error\r\n");
-        return NULL;
+        return nullptr;
     }
     if (fill) {
         CopyFiller filler(hdib, copy);
@@ -447,33 +447,33 @@ DWORD DibConvolutionFilterThreshhold(HDIB hdib, const LONG* kernel, LONG rows, L
     if (DibBitCount(hdib) != 8) return DibErrorInvalidDIB;
     const LONG width = DibWidth(hdib);
     const LONG height = DibHeight(hdib);
-    const int64_t entries = (int64_t)rows * (int64_t)cols;
+    const int64_t entries = static_cast<int64_t>(rows) * static_cast<int64_t>(cols);
     // Sizes and the kernel come from the caller: refuse what would make the
     // borders reach past the picture, and a kernel that cannot be read.
     if (rows < 0 || cols < 0 || !BordersFromPicture(width, height, cols / 2, rows / 2) ||
-        kernel == NULL || entries > DIB_CONV_MAX_ENTRIES ||
-        (entries > 0 && IsBadReadPtr(kernel, (size_t)entries * sizeof(LONG)))) {
+        kernel == nullptr || entries > DIB_CONV_MAX_ENTRIES ||
+        (entries > 0 && IsBadReadPtr(kernel, static_cast<size_t>(entries) * sizeof(LONG)))) {
         DebugError(u"   !DibConvolutionFilterThreshhold():DibErrorInvalidParm\r\n");
         return DibErrorInvalidParm;
     }
     const LONG my = rows / 2;
     const LONG mx = cols / 2;
     HDIB copy = MakeCopy(hdib, height + 2 * my, width + 2 * mx, false);
-    if (copy == NULL) return DibErrorUnknown;
+    if (copy == nullptr) return DibErrorUnknown;
 
     // Row scratch: the sums of one output row, a folded pair of copy rows and
     // the plan's kernel rows.
-    const size_t accBytes = ((size_t)width * 4 + 63) & ~(size_t)63;
-    const size_t foldBytes = (((size_t)width + 2 * (size_t)mx) * 2 + 63) & ~(size_t)63;
-    const size_t planBytes = (size_t)(rows > 0 ? rows : 1) * sizeof(ConvRow);
-    BYTE* scratch = (BYTE*)LocalAlloc(LMEM_FIXED, accBytes + foldBytes + planBytes + 64);
-    if (scratch == NULL) {
+    const size_t accBytes = (static_cast<size_t>(width) * 4 + 63) & ~static_cast<size_t>(63);
+    const size_t foldBytes = ((static_cast<size_t>(width) + 2 * static_cast<size_t>(mx)) * 2 + 63) & ~static_cast<size_t>(63);
+    const size_t planBytes = static_cast<size_t>(rows > 0 ? rows : 1) * sizeof(ConvRow);
+    BYTE* scratch = static_cast<BYTE*>(LocalAlloc(LMEM_FIXED, accBytes + foldBytes + planBytes + 64));
+    if (scratch == nullptr) {
         DebugError(u"   !DibConvolutionFilterThreshhold():LocalAlloc:rowbuffer:Error\r\n");
         DibUnload(copy);
         return DibErrorMemoryAlocation;
     }
-    BYTE* aligned = (BYTE*)(((uintptr_t)scratch + 63) & ~(uintptr_t)63);
-    uint16_t* fold = (uint16_t*)(aligned + accBytes);
+    BYTE* aligned = reinterpret_cast<BYTE*>((reinterpret_cast<uintptr_t>(scratch) + 63) & ~static_cast<uintptr_t>(63));
+    uint16_t* fold = reinterpret_cast<uint16_t*>(aligned + accBytes);
     ConvPlan plan;
     BuildPlan(plan, (ConvRow*)(aligned + accBytes + foldBytes), kernel, rows, cols, divisor,
               bias, threshold, width, mx);
@@ -502,7 +502,7 @@ DWORD DibConvolutionFilter(HDIB hdib, const LONG* kernel, LONG rows, LONG cols, 
                            LONG bias) {
     DebugTrace(DIB_LEVEL_OP, u">DibConvolutionFilter()\r\n");
     const DWORD result = DibConvolutionFilterThreshhold(hdib, kernel, rows, cols, divisor, bias, 0);
-    DebugTrace(DIB_LEVEL_OP, u"<DibConvolutionFilter()=%d\r\n", (int)result);
+    DebugTrace(DIB_LEVEL_OP, u"<DibConvolutionFilter()=%d\r\n", static_cast<int>(result));
     return result;
 }
 
@@ -552,14 +552,14 @@ DWORD DibInfinityFilter(HDIB hdib) {
 }
 
 DWORD DibThreshold(HDIB hdib, DWORD threshold) {
-    DebugTrace(DIB_LEVEL_OP, u">DibThreshold(%lld,%d)\r\n", TRACE_PTR(hdib), (int)threshold);
+    DebugTrace(DIB_LEVEL_OP, u">DibThreshold(%lld,%d)\r\n", TRACE_PTR(hdib), static_cast<int>(threshold));
     LONG kernel[25];
     for (int ky = 0; ky < 5; ++ky)
         for (int kx = 0; kx < 5; ++kx)
             kernel[ky * 5 + kx] = (ky == 0 || ky == 4 || kx == 0 || kx == 4) ? -1 : 0;
     kernel[12] = 16;
     const DWORD result =
-        DibConvolutionFilterThreshhold(hdib, kernel, 5, 5, 1, 128, (LONG)threshold);
+        DibConvolutionFilterThreshhold(hdib, kernel, 5, 5, 1, 128, static_cast<LONG>(threshold));
     if (result != DibOk) return result;
     DebugTrace(DIB_LEVEL_OP, u"<DibThreshold()=DibOk\r\n");
     return DibOk;

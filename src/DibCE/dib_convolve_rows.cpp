@@ -15,8 +15,8 @@ namespace conv256 {
 struct V {
     using T = __m256i;
     static constexpr LONG N = 16;
-    static T Load(const BYTE* p) { return _mm256_cvtepu8_epi16(_mm_loadu_si128((const __m128i*)p)); }
-    static T LoadSums(const int16_t* p) { return _mm256_loadu_si256((const __m256i*)p); }
+    static T Load(const BYTE* p) { return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))); }
+    static T LoadSums(const int16_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
     static T Set(int16_t v) { return _mm256_set1_epi16(v); }
     static T Add(T a, T b) { return _mm256_add_epi16(a, b); }
     static T Sub(T a, T b) { return _mm256_sub_epi16(a, b); }
@@ -29,11 +29,11 @@ struct V {
     static T AddSat(T a, T b) { return _mm256_adds_epi16(a, b); }
     // packus/packs interleave the 128-bit halves; 0xD8 puts them in order.
     static void StoreClamp(T lo, T hi, BYTE* out) {
-        _mm256_storeu_si256((__m256i*)out, _mm256_permute4x64_epi64(_mm256_packus_epi16(lo, hi), 0xD8));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm256_permute4x64_epi64(_mm256_packus_epi16(lo, hi), 0xD8));
     }
     static void StoreAbove(T lo, T hi, T limit, BYTE* out) {
         const T a = _mm256_cmpgt_epi16(lo, limit), b = _mm256_cmpgt_epi16(hi, limit);
-        _mm256_storeu_si256((__m256i*)out, _mm256_permute4x64_epi64(_mm256_packs_epi16(a, b), 0xD8));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), _mm256_permute4x64_epi64(_mm256_packs_epi16(a, b), 0xD8));
     }
 };
 
@@ -49,7 +49,7 @@ namespace conv512 {
 struct V {
     using T = __m512i;
     static constexpr LONG N = 32;
-    static T Load(const BYTE* p) { return _mm512_cvtepu8_epi16(_mm256_loadu_si256((const __m256i*)p)); }
+    static T Load(const BYTE* p) { return _mm512_cvtepu8_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p))); }
     static T LoadSums(const int16_t* p) { return _mm512_loadu_si512(p); }
     static T Set(int16_t v) { return _mm512_set1_epi16(v); }
     static T Add(T a, T b) { return _mm512_add_epi16(a, b); }

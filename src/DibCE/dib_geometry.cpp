@@ -32,7 +32,7 @@ struct ReverseTable {
             int r = 0;
             for (int b = 0; b < 8; ++b)
                 if (i & (1 << b)) r |= 0x80 >> b;
-            v[i] = (BYTE)r;
+            v[i] = static_cast<BYTE>(r);
         }
     }
 };
@@ -40,39 +40,39 @@ constexpr ReverseTable kReverse;
 
 // Writes the last, partial byte: the bits of `keep` stay as they are.
 inline void MergeByte(BYTE* dst, BYTE value, BYTE keep) {
-    *dst = (BYTE)((*dst & keep) | (value & (BYTE)~keep));
+    *dst = static_cast<BYTE>((*dst & keep) | (value & static_cast<BYTE>(~keep)));
 }
 
 // Mask of the bits of a byte past its first `bits` bits (1 to 8).
-inline BYTE TailKeep(LONG bits) { return (BYTE)(0xFFu >> bits); }
+inline BYTE TailKeep(LONG bits) { return static_cast<BYTE>(0xFFu >> bits); }
 
 // dst pixels 0 .. count-1 take src pixels sx .. sx+count-1 (count >= 1).
 // Reads no byte of src beyond the one holding pixel sx+count-1.
 void CopyPixelRun(BYTE* dst, const BYTE* src, int64_t sx, LONG count, int bpp) {
     if (bpp == 8) {
-        memcpy(dst, src + sx, (size_t)count);
+        memcpy(dst, src + sx, static_cast<size_t>(count));
         return;
     }
     const int64_t sbit = sx * bpp;
-    const int64_t nbits = (int64_t)count * bpp;
+    const int64_t nbits = static_cast<int64_t>(count) * bpp;
     const int64_t full = nbits / 8;
-    const LONG rest = (LONG)(nbits % 8);
+    const LONG rest = static_cast<LONG>(nbits % 8);
     const BYTE* s = src + (sbit >> 3);
-    const int sh = (int)(sbit & 7);
+    const int sh = static_cast<int>(sbit & 7);
     const int64_t lastSrcByte = (sbit + nbits - 1) >> 3; // relative to src
     if (sh == 0) {
-        memcpy(dst, s, (size_t)full);
+        memcpy(dst, s, static_cast<size_t>(full));
         if (rest) MergeByte(dst + full, s[full], TailKeep(rest));
         return;
     }
     for (int64_t i = 0; i < full; ++i) {
         // Bits of s[i+1] are wanted: the run goes on past s[i].
-        dst[i] = (BYTE)((s[i] << sh) | (s[i + 1] >> (8 - sh)));
+        dst[i] = static_cast<BYTE>((s[i] << sh) | (s[i + 1] >> (8 - sh)));
     }
     if (rest) {
-        unsigned v = (unsigned)s[full] << sh;
+        unsigned v = static_cast<unsigned>(s[full]) << sh;
         if ((sbit >> 3) + full + 1 <= lastSrcByte) v |= s[full + 1] >> (8 - sh);
-        MergeByte(dst + full, (BYTE)v, TailKeep(rest));
+        MergeByte(dst + full, static_cast<BYTE>(v), TailKeep(rest));
     }
 }
 
@@ -104,14 +104,14 @@ void MirrorRow(BYTE* dst, const BYTE* src, LONG width, int bpp) {
             }
             for (; i < half; ++i) {
                 const BYTE b = src[half - 1 - i];
-                dst[i] = (BYTE)((b << 4) | (b >> 4));
+                dst[i] = static_cast<BYTE>((b << 4) | (b >> 4));
             }
         } else {
             // Pixel 2i is the high nibble of src[k], pixel 2i+1 the low
             // nibble of src[k-1], with k = half - i.
             for (LONG i = 0; i < half; ++i) {
                 const LONG k = half - i;
-                dst[i] = (BYTE)((src[k] & 0xF0) | (src[k - 1] & 0x0F));
+                dst[i] = static_cast<BYTE>((src[k] & 0xF0) | (src[k - 1] & 0x0F));
             }
             MergeByte(dst + half, src[0], 0x0F);
         }
@@ -119,25 +119,25 @@ void MirrorRow(BYTE* dst, const BYTE* src, LONG width, int bpp) {
     }
     // 1 bit: the byte-reversed row is the mirror shifted by the padding.
     const LONG nb = (width + 7) / 8;
-    const int pad = (int)(nb * 8 - width);
+    const int pad = static_cast<int>(nb * 8 - width);
     const LONG full = width / 8;
     for (LONG i = 0; i < full; ++i) {
-        unsigned v = (unsigned)kReverse.v[src[nb - 1 - i]] << pad;
+        unsigned v = static_cast<unsigned>(kReverse.v[src[nb - 1 - i]]) << pad;
         if (pad) v |= kReverse.v[src[nb - 2 - i]] >> (8 - pad);
-        dst[i] = (BYTE)v;
+        dst[i] = static_cast<BYTE>(v);
     }
     const LONG rest = width % 8;
     if (rest) {
-        unsigned v = (unsigned)kReverse.v[src[nb - 1 - full]] << pad;
+        unsigned v = static_cast<unsigned>(kReverse.v[src[nb - 1 - full]]) << pad;
         if (nb - 2 - full >= 0) v |= kReverse.v[src[nb - 2 - full]] >> (8 - pad);
-        MergeByte(dst + full, (BYTE)v, TailKeep(rest));
+        MergeByte(dst + full, static_cast<BYTE>(v), TailKeep(rest));
     }
 }
 
 // Source row or column of an output one: the truncated single-precision
 // product with the inverse factor.
 inline LONG SourceIndex(LONG i, float inverse, LONG limit) {
-    const LONG s = (LONG)((float)i * inverse);
+    const LONG s = static_cast<LONG>(static_cast<float>(i) * inverse);
     return s < limit ? s : limit - 1; // cannot trigger for a factor up to 1
 }
 
@@ -163,7 +163,7 @@ void ScaleRows(BYTE* const* srcRows, BYTE* const* dstRows, LONG newWidth, LONG n
                 const BYTE* s0 = src + cols[0];
                 BYTE* d0 = dst + x0;
                 if (step == 1)
-                    memcpy(d0, s0, (size_t)n);
+                    memcpy(d0, s0, static_cast<size_t>(n));
                 else if (step == 2)
                     for (LONG i = 0; i < n; ++i) d0[i] = s0[2 * i];
                 else
@@ -185,14 +185,14 @@ void ScaleRows(BYTE* const* srcRows, BYTE* const* dstRows, LONG newWidth, LONG n
 // store is not cleared: the callers write every byte of it.
 HDIB CopyThenResize(HDIB hdib, DWORD width, DWORD height, const WCHAR* failText) {
     HDIB copy = DibCreateWorkingCopy(hdib);
-    if (copy == NULL) return NULL;
+    if (copy == nullptr) return nullptr;
     BYTE* const own = hdib->pBits;
     if (!DibExchangeStores(hdib, copy)) memcpy(copy->pBits, own, DibBitsSize(hdib));
-    if (DibResizeUncleared(hdib, (LONG)width, (LONG)height) != DibOk) {
+    if (DibResizeUncleared(hdib, static_cast<LONG>(width), static_cast<LONG>(height)) != DibOk) {
         if (hdib->pBits && hdib->pBits != own && copy->pBits == own) DibExchangeStores(hdib, copy);
         DebugTrace(DIB_LEVEL_OP, failText);
         DibUnload(copy);
-        return NULL;
+        return nullptr;
     }
     return copy;
 }
@@ -200,8 +200,8 @@ HDIB CopyThenResize(HDIB hdib, DWORD width, DWORD height, const WCHAR* failText)
 // Clears what the pixels of a new row leave: the bytes past the last whole
 // byte of pixels (at 1 and 4 bits all of them, as pixels are merged in).
 void ClearRowTails(HDIB hdib, LONG width, LONG height, int bpp) {
-    const size_t stride = (size_t)DibRowBytes(width, bpp);
-    const size_t kept = bpp == 8 ? (size_t)width : 0;
+    const size_t stride = static_cast<size_t>(DibRowBytes(width, bpp));
+    const size_t kept = bpp == 8 ? static_cast<size_t>(width) : 0;
     if (kept == stride) return;
     for (LONG y = 0; y < height; ++y) memset(hdib->ppRow[y] + kept, 0, stride - kept);
 }
@@ -219,7 +219,7 @@ DWORD CheckGeometry(HDIB hdib, int* bpp) {
 
 // Pictures larger than this (in bytes) are flipped with the copy written
 // past the cache: it is not read again, and the cache keeps the picture.
-const size_t kStreamCopyBytes = (size_t)4 << 20;
+const size_t kStreamCopyBytes = static_cast<size_t>(4) << 20;
 
 // Upside down at 8 bits, two rows at a time: each of the rows y and z goes
 // into the copy and into the other's place in one read. 16-byte-aligned
@@ -228,14 +228,14 @@ const size_t kStreamCopyBytes = (size_t)4 << 20;
 void SwapRowsThroughCopy(BYTE* ry, BYTE* rz, BYTE* cy, BYTE* cz, size_t stride, size_t width, bool stream) {
     size_t i = 0;
 #if defined(__x86_64__) && defined(__SSE2__)
-    if (stream && ((uintptr_t)cy % 16) == 0 && ((uintptr_t)cz % 16) == 0) {
+    if (stream && (reinterpret_cast<uintptr_t>(cy) % 16) == 0 && (reinterpret_cast<uintptr_t>(cz) % 16) == 0) {
         for (; i + 16 <= width; i += 16) {
-            const __m128i a = _mm_loadu_si128((const __m128i*)(ry + i));
-            const __m128i b = _mm_loadu_si128((const __m128i*)(rz + i));
-            _mm_stream_si128((__m128i*)(cy + i), a);
-            _mm_stream_si128((__m128i*)(cz + i), b);
-            _mm_storeu_si128((__m128i*)(ry + i), b);
-            _mm_storeu_si128((__m128i*)(rz + i), a);
+            const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(ry + i));
+            const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rz + i));
+            _mm_stream_si128(reinterpret_cast<__m128i*>(cy + i), a);
+            _mm_stream_si128(reinterpret_cast<__m128i*>(cz + i), b);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(ry + i), b);
+            _mm_storeu_si128(reinterpret_cast<__m128i*>(rz + i), a);
         }
     }
 #else
@@ -255,12 +255,12 @@ DWORD Flip(HDIB hdib, bool upsideDown) {
     int bpp = 0;
     if (CheckGeometry(hdib, &bpp) != DibOk) return DibErrorInvalidDIB;
     HDIB copy = DibCreateWorkingCopy(hdib);
-    if (copy == NULL) return DibErrorUnknown;
+    if (copy == nullptr) return DibErrorUnknown;
     const LONG width = DibWidth(hdib);
     const LONG height = DibHeight(hdib);
-    const size_t stride = (size_t)DibRowBytes(width, bpp);
+    const size_t stride = static_cast<size_t>(DibRowBytes(width, bpp));
     // Store bytes past the last row, when the header asks for more.
-    const size_t rows = stride * (size_t)height, store = DibBitsSize(hdib);
+    const size_t rows = stride * static_cast<size_t>(height), store = DibBitsSize(hdib);
     if (store > rows) memcpy(copy->pBits + rows, hdib->pBits + rows, store - rows);
     BYTE* const* dst = hdib->ppRow;
     BYTE* const* src = copy->ppRow;
@@ -268,7 +268,7 @@ DWORD Flip(HDIB hdib, bool upsideDown) {
         const bool stream = rows > kStreamCopyBytes;
         for (LONG y = 0, z = height - 1; y <= z; ++y, --z) {
             if (y == z) memcpy(src[y], dst[y], stride);  // the middle row stays
-            else SwapRowsThroughCopy(dst[y], dst[z], src[y], src[z], stride, (size_t)width, stream);
+            else SwapRowsThroughCopy(dst[y], dst[z], src[y], src[z], stride, static_cast<size_t>(width), stream);
         }
 #if defined(__x86_64__) && defined(__SSE2__)
         _mm_sfence();  // the streamed copy complete before it is given back
@@ -310,53 +310,53 @@ DWORD DibFlipVertical(HDIB hdib) {
 }
 
 DWORD DibCrop(HDIB hdib, DWORD x, DWORD y, DWORD width, DWORD height) {
-    DebugTrace(DIB_LEVEL_OP, u">DibCrop(%lld,%d,%d,%d,%d)\r\n", TRACE_PTR(hdib), (int)x, (int)y,
-               (int)width, (int)height);
+    DebugTrace(DIB_LEVEL_OP, u">DibCrop(%lld,%d,%d,%d,%d)\r\n", TRACE_PTR(hdib), static_cast<int>(x), static_cast<int>(y),
+               static_cast<int>(width), static_cast<int>(height));
     int bpp = 0;
     if (CheckGeometry(hdib, &bpp) != DibOk) return DibErrorInvalidDIB;
     const LONG oldWidth = DibWidth(hdib);
     const LONG oldHeight = DibHeight(hdib);
     // In 64 bits: a rectangle whose end passes 2^32 is out of bounds, not
     // wrapped back into the picture.
-    if ((uint64_t)x + width > (uint64_t)(oldWidth > 0 ? oldWidth : 0) ||
-        (uint64_t)y + height > (uint64_t)(oldHeight > 0 ? oldHeight : 0) || width == 0 ||
+    if (static_cast<uint64_t>(x) + width > static_cast<uint64_t>(oldWidth > 0 ? oldWidth : 0) ||
+        static_cast<uint64_t>(y) + height > static_cast<uint64_t>(oldHeight > 0 ? oldHeight : 0) || width == 0 ||
         height == 0) {
         DebugTrace(DIB_LEVEL_OP, u"   !DibCrop():DibErrorInvalidParm\r\n");
         return DibErrorInvalidParm;
     }
     HDIB copy = CopyThenResize(hdib, width, height, u"   !DibCrop():DibErrorUnknown\r\n");
-    if (copy == NULL) return DibErrorUnknown;
-    ClearRowTails(hdib, (LONG)width, (LONG)height, bpp);
-    for (DWORD j = 0; j < height; ++j) CopyPixelRun(hdib->ppRow[j], copy->ppRow[y + j], x, (LONG)width, bpp);
+    if (copy == nullptr) return DibErrorUnknown;
+    ClearRowTails(hdib, static_cast<LONG>(width), static_cast<LONG>(height), bpp);
+    for (DWORD j = 0; j < height; ++j) CopyPixelRun(hdib->ppRow[j], copy->ppRow[y + j], x, static_cast<LONG>(width), bpp);
     DibUnload(copy);
     DebugTrace(DIB_LEVEL_OP, u"<DibCrop()=DibOk\r\n");
     return DibOk;
 }
 
 DWORD DibScale(HDIB hdib, DWORD percent) {
-    DebugTrace(DIB_LEVEL_OP, u">DibScale(%lld,%d)\r\n", TRACE_PTR(hdib), (int)percent);
+    DebugTrace(DIB_LEVEL_OP, u">DibScale(%lld,%d)\r\n", TRACE_PTR(hdib), static_cast<int>(percent));
     int bpp = 0;
     if (CheckGeometry(hdib, &bpp) != DibOk) return DibErrorInvalidDIB;
     const LONG width = DibWidth(hdib);
     const LONG height = DibHeight(hdib);
-    const float scalefactor = (float)((double)(float)percent * 0.01);
-    const double h = (double)((float)height * scalefactor) + 0.5;
-    const double w = (double)((float)width * scalefactor) + 0.5;
+    const float scalefactor = static_cast<float>(static_cast<double>(static_cast<float>(percent)) * 0.01);
+    const double h = static_cast<double>(static_cast<float>(height) * scalefactor) + 0.5;
+    const double w = static_cast<double>(static_cast<float>(width) * scalefactor) + 0.5;
     // Only reachable by a direct call with a large percentage: a size that
     // no bitmap can have is refused before it is converted.
-    if (!(h < (double)DIB_MAX_DIMENSION + 1) || !(w < (double)DIB_MAX_DIMENSION + 1)) {
+    if (!(h < static_cast<double>(DIB_MAX_DIMENSION) + 1) || !(w < static_cast<double>(DIB_MAX_DIMENSION) + 1)) {
         DebugTrace(DIB_LEVEL_OP, u"   !DibScale():DibErrorInvalidParm\r\n");
         return DibErrorInvalidParm;
     }
-    const DWORD newHeight = (DWORD)h;
-    const DWORD newWidth = (DWORD)w;
+    const DWORD newHeight = static_cast<DWORD>(h);
+    const DWORD newWidth = static_cast<DWORD>(w);
     // A size of 0 is refused by the re-make, which leaves the picture.
     HDIB copy = CopyThenResize(hdib, newWidth, newHeight, u"   !DibScale():DibErrorUnknown\r\n");
-    if (copy == NULL) return DibErrorUnknown;
+    if (copy == nullptr) return DibErrorUnknown;
     DIB_ASSERT(scalefactor != 0);
-    ClearRowTails(hdib, (LONG)newWidth, (LONG)newHeight, bpp);
+    ClearRowTails(hdib, static_cast<LONG>(newWidth), static_cast<LONG>(newHeight), bpp);
     const float inverse = 1.0f / scalefactor;
-    ScaleRows(copy->ppRow, hdib->ppRow, (LONG)newWidth, (LONG)newHeight, width, height, inverse, bpp);
+    ScaleRows(copy->ppRow, hdib->ppRow, static_cast<LONG>(newWidth), static_cast<LONG>(newHeight), width, height, inverse, bpp);
     DibUnload(copy);
     DebugTrace(DIB_LEVEL_OP, u"<DibScale()=DibOk\r\n");
     return DibOk;

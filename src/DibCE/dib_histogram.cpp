@@ -77,7 +77,7 @@ void CountNearPortable(BYTE* const* rows, size_t height, size_t width, const BYT
 // 16 [d <= 3]); byte sums of those count up to 15 steps before each nibble
 // is added into 64-bit sums. Both ways are the same code over a vector type.
 #define HIST_NEAR_BODY                                                                                   \
-    const T b0 = Set1((char)base[0]), b1 = Set1((char)base[1]), four = Set1(4), nibble = Set1(0x0F);    \
+    const T b0 = Set1(static_cast<char>(base[0])), b1 = Set1(static_cast<char>(base[1])), four = Set1(4), nibble = Set1(0x0F);    \
     const T lutLow = Lut(0x11, 0x10, 0, 0), lutHigh = Lut(0x11, 0x11, 0x11, 0x10);                      \
     T acc[4] = {Zero(), Zero(), Zero(), Zero()};                                                         \
     T sum[8] = {Zero(), Zero(), Zero(), Zero(), Zero(), Zero(), Zero(), Zero()};                         \
@@ -124,7 +124,7 @@ inline T Zero() { return _mm256_setzero_si256(); }
 inline T Lut(char a, char b, char c, char d) {
     return _mm256_setr_epi8(a, b, c, d, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, a, b, c, d, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0);
 }
-inline T Load(const BYTE* p) { return _mm256_loadu_si256((const __m256i*)p); }
+inline T Load(const BYTE* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
 inline T MinU8(T a, T b) { return _mm256_min_epu8(a, b); }
 inline T SubSatU8(T a, T b) { return _mm256_subs_epu8(a, b); }
 inline T AddU8(T a, T b) { return _mm256_add_epi8(a, b); }
@@ -135,7 +135,7 @@ inline T Sad(T a) { return _mm256_sad_epu8(a, _mm256_setzero_si256()); }
 inline T Add64(T a, T b) { return _mm256_add_epi64(a, b); }
 inline unsigned long long Total(T a) {
     unsigned long long lanes[4];
-    _mm256_storeu_si256((__m256i*)lanes, a);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(lanes), a);
     return lanes[0] + lanes[1] + lanes[2] + lanes[3];
 }
 template <bool Four>
@@ -263,11 +263,11 @@ Window Candidates(const DWORD* sample, int64_t sampled, int64_t total, int64_t c
     int64_t atMost[256];
     int64_t sum = 0;
     for (int v = 0; v < 256; ++v) atMost[v] = sum += sample[v];
-    const double scale = (double)total / (double)sampled, c = (double)cut, t = (double)total;
+    const double scale = static_cast<double>(total) / static_cast<double>(sampled), c = static_cast<double>(cut), t = static_cast<double>(total);
     // The true sum at v, scaled from the sample, give or take `spread`.
     auto sumAt = [&](int v, double spread) {
         const int64_t k = atMost[v] < sampled - atMost[v] ? atMost[v] : sampled - atMost[v];
-        return ((double)atMost[v] + spread * 3.0 * __builtin_sqrt((double)k + 1.0)) * scale + spread;
+        return (static_cast<double>(atMost[v]) + spread * 3.0 * __builtin_sqrt(static_cast<double>(k) + 1.0)) * scale + spread;
     };
     // Black v: the sum at v - 1 can be at most c and the sum at v above it.
     // White v: the pixels above v - 1 can be more than c, those above v at
@@ -308,7 +308,7 @@ Window Candidates(const DWORD* sample, int64_t sampled, int64_t total, int64_t c
 // holds the pixels between its level and the next lower level counted, so
 // the running sums at the counted levels are the true ones.
 void FillForPoints(BYTE* const* rows, size_t height, size_t width, DWORD* counters, Points cut) {
-    const uint64_t total = (uint64_t)height * width;
+    const uint64_t total = static_cast<uint64_t>(height) * width;
     // Small pictures, pictures whose counters would wrap, and processors
     // without vector compares: the full histogram.
     if (total < 16384 || total > 0xFFFFFFFFull || !DibCpuHas(DIB_CPU_AVX2)) {
@@ -323,25 +323,25 @@ void FillForPoints(BYTE* const* rows, size_t height, size_t width, DWORD* counte
     CountRowsEvery(rows, step / 2, step, height, width, sample);
     int64_t sampled = 0;
     for (DWORD c : sample) sampled += c;
-    const Window window[2] = {Candidates(sample, sampled, (int64_t)total, cut.black, false),
-                              Candidates(sample, sampled, (int64_t)total, cut.white, true)};
-    const BYTE base[2] = {(BYTE)window[0].first, (BYTE)window[1].first};
+    const Window window[2] = {Candidates(sample, sampled, static_cast<int64_t>(total), cut.black, false),
+                              Candidates(sample, sampled, static_cast<int64_t>(total), cut.white, true)};
+    const BYTE base[2] = {static_cast<BYTE>(window[0].first), static_cast<BYTE>(window[1].first)};
     const int per = window[0].count <= 2 && window[1].count <= 2 ? 2 : 4;
     unsigned long long counts[8];
     CountNear(rows, height, width, base, per, counts);
     int64_t atMost[256];
     for (int64_t& a : atMost) a = -1;
-    atMost[255] = (int64_t)total;
+    atMost[255] = static_cast<int64_t>(total);
     for (int w = 0; w < 2; ++w)
-        for (int j = 0; j < per && base[w] + j < 255; ++j) atMost[base[w] + j] = (int64_t)counts[4 * w + j];
-    if (!BlackSettled(atMost, cut.black) || !WhiteSettled(atMost, (int64_t)total, cut.white)) {
+        for (int j = 0; j < per && base[w] + j < 255; ++j) atMost[base[w] + j] = static_cast<int64_t>(counts[4 * w + j]);
+    if (!BlackSettled(atMost, cut.black) || !WhiteSettled(atMost, static_cast<int64_t>(total), cut.white)) {
         DibCountRows8(rows, height, width, counters);
         return;
     }
     int64_t below = 0;
     for (int v = 0; v < 256; ++v) {
         if (atMost[v] < 0) continue;
-        counters[v] = (DWORD)(atMost[v] - below);
+        counters[v] = static_cast<DWORD>(atMost[v] - below);
         below = atMost[v];
     }
 }
@@ -357,7 +357,7 @@ DWORD HistogramFrame(HDIB hdib, DWORD* counters, Fill fill) {
     const LONG width = DibWidth(hdib), height = DibHeight(hdib);
     if (width > 0 && height > 0) {
         if (!hdib->ppRow) return DibErrorInvalidDIB;
-        fill(hdib->ppRow, (size_t)height, (size_t)width, counters);
+        fill(hdib->ppRow, static_cast<size_t>(height), static_cast<size_t>(width), counters);
     }
     DebugTrace(DIB_LEVEL_OP, u">DibHistogram()=DibOk\r\n");
     return DibOk;
@@ -412,7 +412,7 @@ extern "C" DWORD DibHistogramBlackValue(const DWORD* counters, LONG count) {
             break;
         }
     }
-    DebugTrace(DIB_LEVEL_FRAME, u"<DibHistogramBlackValue()=%d\r\n", (int)level);
+    DebugTrace(DIB_LEVEL_FRAME, u"<DibHistogramBlackValue()=%d\r\n", static_cast<int>(level));
     return level;
 }
 
@@ -427,7 +427,7 @@ extern "C" DWORD DibHistogramWhiteValue(const DWORD* counters, LONG count) {
             break;
         }
     }
-    DebugTrace(DIB_LEVEL_FRAME, u"<DibHistogramWhiteValue()=%d\r\n", (int)level);
+    DebugTrace(DIB_LEVEL_FRAME, u"<DibHistogramWhiteValue()=%d\r\n", static_cast<int>(level));
     return level;
 }
 
@@ -436,7 +436,7 @@ namespace {
 // A cut-off as the search functions' signed count.
 LONG CutOff(double pixels) {
     if (pixels >= 2147483647.0) return 0x7FFFFFFF;
-    return (LONG)pixels;
+    return static_cast<LONG>(pixels);
 }
 
 // The new value of each level between the black and the white point. The two
@@ -444,13 +444,13 @@ LONG CutOff(double pixels) {
 void StretchTable(DWORD black, DWORD white, BYTE* table) {
     const DWORD range = white - black; // unsigned: crossed points give a huge range
     if (range == 0) {
-        for (DWORD v = 0; v < 256; ++v) table[v] = v > black ? 255 : v < black ? 0 : (BYTE)v;
+        for (DWORD v = 0; v < 256; ++v) table[v] = v > black ? 255 : v < black ? 0 : static_cast<BYTE>(v);
         return;
     }
     const DWORD base = (black * 255) / range;
     for (DWORD v = 0; v < 256; ++v) {
-        LONG value = (LONG)((v * 255) / range) - (LONG)base;
-        table[v] = value > 255 ? 255 : value < 0 ? 0 : (BYTE)value;
+        LONG value = static_cast<LONG>((v * 255) / range) - static_cast<LONG>(base);
+        table[v] = value > 255 ? 255 : value < 0 ? 0 : static_cast<BYTE>(value);
     }
 }
 
@@ -460,14 +460,14 @@ DWORD Stretch(HDIB hdib, LONG low, LONG high, DWORD mode, bool fixed) {
     if (DibIsValid(hdib) == DibErrorInvalidDIB || DibBitCount(hdib) != 8) return DibErrorInvalidDIB;
     const LONG width = DibWidth(hdib), height = DibHeight(hdib);
     if (width > 0 && height > 0 && !hdib->ppRow) return DibErrorInvalidDIB;
-    DWORD* histogram = (DWORD*)LocalAlloc(LPTR, DIB_HISTOGRAM_LEVELS * sizeof(DWORD));
+    DWORD* histogram = static_cast<DWORD*>(LocalAlloc(LPTR, DIB_HISTOGRAM_LEVELS * sizeof(DWORD)));
     if (!histogram) return DibErrorMemoryAlocation;
 
-    DWORD black = (DWORD)low, white = (DWORD)high;
+    DWORD black = static_cast<DWORD>(low), white = static_cast<DWORD>(high);
     if (mode == 1) {
-        const double pixels = (double)((DWORD)width * (DWORD)height);
-        const LONG cutBlack = fixed ? CutOff(pixels * 0.02) : CutOff((double)low * 0.01 * pixels);
-        const LONG cutWhite = fixed ? cutBlack : CutOff((double)high * 0.01 * pixels);
+        const double pixels = static_cast<double>(static_cast<DWORD>(width) * static_cast<DWORD>(height));
+        const LONG cutBlack = fixed ? CutOff(pixels * 0.02) : CutOff(static_cast<double>(low) * 0.01 * pixels);
+        const LONG cutWhite = fixed ? cutBlack : CutOff(static_cast<double>(high) * 0.01 * pixels);
         // Filled only as far as the two searches read it (see the top).
         HistogramFrame(hdib, histogram, [cutBlack, cutWhite](BYTE* const* rows, size_t h, size_t w, DWORD* c) {
             FillForPoints(rows, h, w, c, Points{cutBlack, cutWhite});
@@ -477,7 +477,7 @@ DWORD Stretch(HDIB hdib, LONG low, LONG high, DWORD mode, bool fixed) {
     }
     BYTE table[256];
     StretchTable(black, white, table);
-    if (width > 0 && height > 0) DibTableRows8(table, hdib->ppRow, (size_t)height, (size_t)width);
+    if (width > 0 && height > 0) DibTableRows8(table, hdib->ppRow, static_cast<size_t>(height), static_cast<size_t>(width));
     LocalFree(histogram);
     if (white == black) DebugTrace(DIB_LEVEL_FRAME, u"   !range==0\r\n");
     DebugTrace(DIB_LEVEL_FRAME, u"<DibHistogramStretch()=DibOk\r\n");
@@ -488,7 +488,7 @@ DWORD Stretch(HDIB hdib, LONG low, LONG high, DWORD mode, bool fixed) {
 
 extern "C" DWORD DibHistogramStretchEx(HDIB hdib, LONG low, LONG high, DWORD mode) {
     DebugTrace(DIB_LEVEL_FRAME, u">DibHistogramStretch(%lld,%d,%d,%d)\r\n", TRACE_PTR(hdib), low, high,
-               (int)mode);
+               static_cast<int>(mode));
     // The arguments come before the handle.
     if (mode > TOV_STRETCH_MODE_MAX || low < 0 || high < 0 || high < low) return DibErrorInvalidParm;
     if (high > (mode == 0 ? DIB_STRETCH_LEVEL_MAX : DIB_STRETCH_PERCENT_MAX)) return DibErrorInvalidParm;

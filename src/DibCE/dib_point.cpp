@@ -30,7 +30,7 @@ void TableRowPortable(const BYTE* table, BYTE* row, size_t n) {
         uint64_t v;
         memcpy(&v, row + i, 8);
         uint64_t r = 0;
-        for (int k = 0; k < 8; ++k) r |= (uint64_t)table[(v >> (8 * k)) & 0xFF] << (8 * k);
+        for (int k = 0; k < 8; ++k) r |= static_cast<uint64_t>(table[(v >> (8 * k)) & 0xFF]) << (8 * k);
         memcpy(row + i, &r, 8);
     }
     for (; i < n; ++i) row[i] = table[row[i]];
@@ -46,19 +46,19 @@ __attribute__((target("avx2")))
 void TableRowsAvx2(const BYTE* table, BYTE* const* rows, size_t height, size_t n) {
     __m256i slice[16];
     for (int k = 0; k < 16; ++k)
-        slice[k] = _mm256_broadcastsi128_si256(_mm_loadu_si128((const __m128i*)(table + 16 * k)));
+        slice[k] = _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(table + 16 * k)));
     const __m256i step = _mm256_set1_epi8(16), lift = _mm256_set1_epi8(0x70);
     for (size_t y = 0; y < height; ++y) {
         BYTE* row = rows[y];
         size_t i = 0;
         for (; i + 32 <= n; i += 32) {
-            __m256i index = _mm256_loadu_si256((const __m256i*)(row + i));
+            __m256i index = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + i));
             __m256i r = _mm256_setzero_si256();
             for (int k = 0; k < 16; ++k) {
                 r = _mm256_or_si256(r, _mm256_shuffle_epi8(slice[k], _mm256_adds_epu8(index, lift)));
                 index = _mm256_sub_epi8(index, step);
             }
-            _mm256_storeu_si256((__m256i*)(row + i), r);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(row + i), r);
         }
         TableRowPortable(table, row + i, n - i);
     }
@@ -180,7 +180,7 @@ void MapPixels(HDIB hdib, const Picture& pic, const PointTable& t, const DibPixe
     const DWORD levels = 1u << pic.bitcount;
     BYTE bytes[256];
     if (pic.bitcount == 8) {
-        for (int v = 0; v < 256; ++v) bytes[v] = (BYTE)t.value[v];
+        for (int v = 0; v < 256; ++v) bytes[v] = static_cast<BYTE>(t.value[v]);
     } else {
         for (DWORD v = 0; v < levels; ++v) {
             if (t.value[v] >= levels) {
@@ -189,24 +189,24 @@ void MapPixels(HDIB hdib, const Picture& pic, const PointTable& t, const DibPixe
             }
         }
         // A table of whole bytes: two pixels or eight at once.
-        const int per = 8 / (int)pic.bitcount;
+        const int per = 8 / static_cast<int>(pic.bitcount);
         for (int b = 0; b < 256; ++b) {
             DWORD r = 0;
             for (int k = 0; k < per; ++k) {
-                int shift = k * (int)pic.bitcount;
+                int shift = k * static_cast<int>(pic.bitcount);
                 r |= t.value[(b >> shift) & (levels - 1)] << shift;
             }
-            bytes[b] = (BYTE)r;
+            bytes[b] = static_cast<BYTE>(r);
         }
     }
-    const size_t width = (size_t)pic.width;
+    const size_t width = static_cast<size_t>(pic.width);
     const size_t full = width * pic.bitcount / 8;
-    const DWORD rest = (DWORD)(width * pic.bitcount % 8); // bits of a last, partial byte
-    const BYTE restMask = (BYTE)(0xFF00u >> rest);        // its leftmost pixels
-    DibTableRows8(bytes, pic.rows, (size_t)pic.height, full);
+    const DWORD rest = static_cast<DWORD>(width * pic.bitcount % 8); // bits of a last, partial byte
+    const BYTE restMask = static_cast<BYTE>(0xFF00u >> rest);        // its leftmost pixels
+    DibTableRows8(bytes, pic.rows, static_cast<size_t>(pic.height), full);
     for (LONG y = 0; rest && y < pic.height; ++y) {
         BYTE* row = pic.rows[y];
-        row[full] = (BYTE)((row[full] & ~restMask) | (bytes[row[full]] & restMask));
+        row[full] = static_cast<BYTE>((row[full] & ~restMask) | (bytes[row[full]] & restMask));
     }
 }
 
@@ -219,19 +219,19 @@ DWORD StartPixelOperation(HDIB hdib, DibPixelIO* io, Picture* pic) {
 }
 
 DWORD Clamp(int64_t value, DWORD colors) {
-    if (value >= (int64_t)colors) value = (int64_t)colors - 1;
+    if (value >= static_cast<int64_t>(colors)) value = static_cast<int64_t>(colors) - 1;
     if (value < 0) value = 0;
-    return (DWORD)value;
+    return static_cast<DWORD>(value);
 }
 
 // The 16.16 gain of a contrast, in single precision as the filter has always
 // computed it: 1/255 as the float 0x3B808081, each product rounded to float.
 LONG ContrastGain(LONG contrast) {
-    float scaled = (float)((int64_t)contrast + 255) * 0.003921569f;
+    float scaled = static_cast<float>(static_cast<int64_t>(contrast) + 255) * 0.003921569f;
     float gain = scaled * 65536.0f;
     if (gain >= 2147483648.0f) return 0x7FFFFFFF;
-    if (gain < -2147483648.0f) return (LONG)0x80000000;
-    return (LONG)gain;
+    if (gain < -2147483648.0f) return static_cast<LONG>(0x80000000);
+    return static_cast<LONG>(gain);
 }
 
 }  // namespace
@@ -245,7 +245,7 @@ extern "C" DWORD DibBrightness(HDIB hdib, LONG brightness) {
     DWORD result = StartPixelOperation(hdib, &io, &pic);
     if (result != DibOk) return result;
     PointTable t;
-    for (DWORD v = 0; v < 256; ++v) t.value[v] = Clamp((int64_t)v + brightness, pic.colors);
+    for (DWORD v = 0; v < 256; ++v) t.value[v] = Clamp(static_cast<int64_t>(v) + brightness, pic.colors);
     MapPixels(hdib, pic, t, io);
     DebugTrace(DIB_LEVEL_OP, u"<DibBrightness()=DibOk\r\n");
     return DibOk;
@@ -262,8 +262,8 @@ extern "C" DWORD DibContrast(HDIB hdib, LONG contrast, LONG offset) {
     PointTable t;
     for (DWORD v = 0; v < 256; ++v) {
         // The shift drops the fraction: it rounds down, also below zero.
-        int64_t scaled = ((int64_t)v * contrastadj) >> 16;
-        t.value[v] = Clamp((int64_t)offset + scaled, pic.colors);
+        int64_t scaled = (static_cast<int64_t>(v) * contrastadj) >> 16;
+        t.value[v] = Clamp(static_cast<int64_t>(offset) + scaled, pic.colors);
     }
     MapPixels(hdib, pic, t, io);
     DebugTrace(DIB_LEVEL_FRAME, u"<DibContrast()=DibOk\r\n");
@@ -290,7 +290,7 @@ extern "C" DWORD DibGammaCorrection(HDIB hdib, double gamma) {
     const DWORD bitcount = DibBitCount(hdib);
     if (bitcount != 8) {
         // One byte is one pixel only at 8 bits.
-        DebugError(u"   !DibGammaCorrection():DibBitCount=%d:Error\r\n", (int)bitcount);
+        DebugError(u"   !DibGammaCorrection():DibBitCount=%d:Error\r\n", static_cast<int>(bitcount));
         return DibErrorInvalidDIB;
     }
     Picture pic;
@@ -298,16 +298,16 @@ extern "C" DWORD DibGammaCorrection(HDIB hdib, double gamma) {
     if (result != DibOk) return result;
     BYTE table[256];
     if (gamma == 1.0) {
-        for (int x = 0; x < 256; ++x) table[x] = (BYTE)x;
+        for (int x = 0; x < 256; ++x) table[x] = static_cast<BYTE>(x);
     } else {
         table[0] = 0;
         const double k = pow(255.0, 1.0 - gamma);
         for (int x = 1; x < 256; ++x) {
-            double v = pow((double)x, gamma) * k + 0.5;
-            table[x] = (v <= 255.0) ? (BYTE)(DWORD)v : 255; // also catches NaN
+            double v = pow(static_cast<double>(x), gamma) * k + 0.5;
+            table[x] = (v <= 255.0) ? static_cast<BYTE>(static_cast<DWORD>(v)) : 255; // also catches NaN
         }
     }
-    if (pic.width > 0) DibTableRows8(table, pic.rows, (size_t)pic.height, (size_t)pic.width);
+    if (pic.width > 0) DibTableRows8(table, pic.rows, static_cast<size_t>(pic.height), static_cast<size_t>(pic.width));
     DebugTrace(DIB_LEVEL_OP, u"<DibGammaCorrection()=DibOk\r\n");
     return DibOk;
 }

@@ -189,12 +189,12 @@ DIB_INLINE void DespeckleStrip(const BYTE* __restrict a, const BYTE* __restrict 
                                BYTE threshold) {
     // Column counts of pixels other than the background, each shared by three windows.
     ForEach<B>(n + 2, DIB_EACH {
-        count[i] = (BYTE)((a[i] != background) + (b[i] != background) + (c[i] != background));
+        count[i] = static_cast<BYTE>((a[i] != background) + (b[i] != background) + (c[i] != background));
     });
     ForEach<B>(n, DIB_EACH {
         BYTE centre = b[i + 1];
         BYTE other = centre != background;
-        BYTE neighbours = (BYTE)(count[i] + count[i + 1] + count[i + 2] - other);
+        BYTE neighbours = static_cast<BYTE>(count[i] + count[i + 1] + count[i + 2] - other);
         out[i] = (other && neighbours < threshold) ? background : centre;
     });
 }
@@ -247,7 +247,7 @@ extern "C" void DibRankRow8(const BYTE* above, const BYTE* middle, const BYTE* b
 }
 
 // No count reaches 9: any higher threshold acts as 9.
-static BYTE DespeckleLimit(DWORD threshold) { return threshold > 9 ? 9 : (BYTE)threshold; }
+static BYTE DespeckleLimit(DWORD threshold) { return threshold > 9 ? 9 : static_cast<BYTE>(threshold); }
 
 extern "C" void DibDespeckleRow8(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out,
                                  size_t n, BYTE background, DWORD threshold) {
@@ -270,12 +270,12 @@ void Unpack(const BYTE* row, DWORD bitcount, size_t x, size_t n, BYTE* out) {
     const BYTE* p = row + x * bitcount / 8;
     if (bitcount == 4) {
         for (size_t i = 0; i < (n + 1) / 2; ++i) {
-            out[2 * i] = (BYTE)(p[i] >> 4);
-            out[2 * i + 1] = (BYTE)(p[i] & 0x0F);
+            out[2 * i] = static_cast<BYTE>(p[i] >> 4);
+            out[2 * i + 1] = static_cast<BYTE>(p[i] & 0x0F);
         }
     } else {
         for (size_t i = 0; i < (n + 7) / 8; ++i)
-            for (int j = 0; j < 8; ++j) out[8 * i + j] = (BYTE)((p[i] >> (7 - j)) & 1);
+            for (int j = 0; j < 8; ++j) out[8 * i + j] = static_cast<BYTE>((p[i] >> (7 - j)) & 1);
     }
 }
 
@@ -321,7 +321,7 @@ inline BYTE* InMemoryOrder(HDIB hdib, LONG height, LONG k) { return hdib->ppRow[
 class RowFiller {
 public:
     RowFiller(HDIB target, HDIB copy, DWORD bitcount, LONG width, LONG height)
-        : target_(target), copy_(copy), stride_((size_t)DibRowBytes(width, bitcount)), height_(height) {}
+        : target_(target), copy_(copy), stride_(static_cast<size_t>(DibRowBytes(width, bitcount))), height_(height) {}
     // Rows up to k (below the height) of the memory order are in the copy.
     void Through(LONG k) {
         for (; filled_ <= k; ++filled_)
@@ -331,7 +331,7 @@ public:
     void Finish(size_t storeBytes) {
         if (!target_->ppRow || !copy_->ppRow) return;
         Through(height_ - 1);
-        const size_t rows = stride_ * (size_t)height_;
+        const size_t rows = stride_ * static_cast<size_t>(height_);
         if (storeBytes > rows) memcpy(copy_->pBits + rows, target_->pBits + rows, storeBytes - rows);
     }
 
@@ -347,7 +347,7 @@ private:
 // value fits the depth.
 void FilterInterior(HDIB target, HDIB copy, RowFiller& fill, DWORD bitcount, LONG width, LONG height,
                     const WindowArgs& w) {
-    const size_t n = (size_t)width - 2;
+    const size_t n = static_cast<size_t>(width) - 2;
     const RankRowFn rankRow = DIB_PICK(RankRowWay);
     const DespeckleRowFn despeckleRow = DIB_PICK(DespeckleRowWay);
     const BYTE limit = DespeckleLimit(w.threshold);
@@ -413,7 +413,7 @@ bool HasInterior(HDIB hdib, HDIB copy, const Setup& s) {
 /* ---- the operations ---------------------------------------------------------- */
 
 extern "C" DWORD DibRankFilter(HDIB hdib, DWORD rank) {
-    DebugTrace(DIB_LEVEL_OP, u">DibRankFilter(%lld,%d)\r\n", TRACE_PTR(hdib), (int)rank);
+    DebugTrace(DIB_LEVEL_OP, u">DibRankFilter(%lld,%d)\r\n", TRACE_PTR(hdib), static_cast<int>(rank));
     Setup s;
     DWORD result = CheckBitmap(hdib, &s);
     if (result != DibOk) return result;
@@ -435,8 +435,8 @@ extern "C" DWORD DibRankFilter(HDIB hdib, DWORD rank) {
 }
 
 extern "C" DWORD DibDespeckle(HDIB hdib, DWORD threshold, DWORD background) {
-    DebugTrace(DIB_LEVEL_FRAME, u">DibDespeckle(%lld,%d,%d)\r\n", TRACE_PTR(hdib), (int)threshold,
-               (int)background);
+    DebugTrace(DIB_LEVEL_FRAME, u">DibDespeckle(%lld,%d,%d)\r\n", TRACE_PTR(hdib), static_cast<int>(threshold),
+               static_cast<int>(background));
     Setup s;
     DWORD result = CheckBitmap(hdib, &s);
     if (result != DibOk) return result;
@@ -445,7 +445,7 @@ extern "C" DWORD DibDespeckle(HDIB hdib, DWORD threshold, DWORD background) {
     RowFiller fill(hdib, copy, s.bitcount, s.width, s.height);
     if (HasInterior(hdib, copy, s) && threshold > 0) {
         if (background < (1u << s.bitcount)) {
-            WindowArgs w = {Window::Despeckle, 0, (BYTE)background, threshold};
+            WindowArgs w = {Window::Despeckle, 0, static_cast<BYTE>(background), threshold};
             FilterInterior(hdib, copy, fill, s.bitcount, s.width, s.height, w);
         } else if (threshold > 8) {
             fill.Finish(DibBitsSize(hdib));
