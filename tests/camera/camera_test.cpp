@@ -4,7 +4,7 @@
 // copies against the formula, allocation failure, and threads.
 #include "camera.h"
 #include "dibimages.h"
-#include "qdxcontrol.h"
+#include "enginecontrol.h"
 
 #include <stdlib.h>
 
@@ -15,22 +15,6 @@
 using namespace tovtest;
 
 namespace {
-
-// The engine as the library loads it (the same instance), with its controls.
-struct Controls {
-    HMODULE m = LoadLibraryW(u"qdxengine.dll");
-    template <class F>
-    F Get(const char* name) {
-        return reinterpret_cast<F>(GetProcAddressW(m, W(name).c_str()));
-    }
-    ~Controls() { FreeLibrary(m); }
-    void Reset() { Get<void (*)()>("QdxCtlReset")(); }
-    void Fail(int ordinal, int after = 0, int times = 1) { Get<void (*)(int32_t, int32_t, int32_t)>("QdxCtlFail")(ordinal, after, times); }
-    void Geometry(uint32_t w, uint32_t h, uint32_t o) { Get<void (*)(uint32_t, uint32_t, uint32_t)>("QdxCtlSetGeometry")(w, h, o); }
-    int32_t Read(const char* name) { return Get<int32_t (*)()>(name)(); }
-    int32_t Setting(uint32_t id) { return Get<int32_t (*)(uint32_t)>("QdxCtlExposureSetting")(id); }
-    bool Idle() { return Read("QdxCtlOpenSessions") == 0 && Read("QdxCtlScanSpaces") == 0 && Read("QdxCtlInitialized") == 0; }
-};
 
 const char* const kProfiles = R"(<p>
   <Section name=""><Section name="Settings"><Key name="Aimer">2</Key></Section></Section>
@@ -43,7 +27,7 @@ const char* const kProfiles = R"(<p>
 
 struct CameraTest : ::testing::Test {
     ScratchDir dir;
-    Controls engine;
+    EngineControls engine;
     CameraTest() {
         WriteBytes("profiles.zpf", kProfiles);
         engine.Reset();
@@ -54,8 +38,6 @@ struct CameraTest : ::testing::Test {
     }
     DWORD Init(const WCHAR* name = nullptr, DWORD* flags = nullptr) { return tovInitCamera(u"profiles.zpf", name, flags); }
 };
-
-std::string Text(const WCHAR* t) { return t ? N(t) : "<null>"; }
 
 LONG Pixel(const std::string& frame, LONG W, LONG row, LONG column) {
     return static_cast<unsigned char>(frame[size_t(row) * size_t(W) + size_t(column)]);
@@ -125,7 +107,7 @@ TEST_F(CameraTest, FrameWidthsByFlagsAndEngine) {
             setenv("TOVREL_ENGINE", TOV_ENGINE_BASIC_PATH, 1);
             setenv("TOVREL_IMAGER_TYPE", "1", 1);  // no GetEngineType there
         }
-        Controls chosen;
+        EngineControls chosen;
         chosen.Reset();
         chosen.Geometry(c.width, c.height, 0);
         DWORD flags = c.flags;
@@ -161,13 +143,13 @@ TEST_F(CameraTest, EngineViewThroughACapture) {
     Dib other(tovCreateCopyHDIB(h));
     ASSERT_EQ(tovCaptureImage(h, tovCaptureFull), 0u);
     EXPECT_NE(StoreBytes(h), StoreBytes(other));  // two grabs differ
-    const uint32_t before = engine.Get<uint32_t (*)()>("QdxCtlLogCount")();
+    const uint32_t before = engine.LogCount();
     ASSERT_EQ(tovStopCapture(), 0u);
     EXPECT_EQ(view(), "0/0/0");
     // The stop: aimer 0, four grabs, stop scanning, illumination 0.
     std::string calls;
     QdxCall call;
-    for (uint32_t i = before; engine.Get<int32_t (*)(uint32_t, QdxCall*)>("QdxCtlLogEntry")(i, &call); ++i)
+    for (uint32_t i = before; engine.LogEntry(i, &call); ++i)
         calls += std::to_string(call.ordinal) + "(" + std::to_string(call.value) + ") ";
     EXPECT_EQ(calls, "13(0) 7(640) 7(640) 7(640) 7(640) 9(0) 12(0) ");
     // After the stop the last frame is delivered again, and the profile keeps its values.
@@ -278,6 +260,10 @@ TEST_F(CameraTest, RevisionProcessingAndDisplaySizes) {
     ASSERT_EQ(tovGetScanDriverRevision(text), 0u);
     EXPECT_EQ(N(text), "1.0");
     EXPECT_EQ(tovGetScanDriverRevision(nullptr), DWORD(DibErrorInvalidParm));
+    // A buffer that just holds "1.0" before an unreadable page is enough.
+    GuardedPage guard;
+    EXPECT_EQ(tovGetScanDriverRevision(reinterpret_cast<WCHAR*>(guard.End()) - 4), 0u);
+    EXPECT_EQ(tovGetScanDriverRevision(reinterpret_cast<WCHAR*>(guard.End()) - 3), DWORD(tovErrorBadOutputBuffer));
     const struct { const char16_t* raw; const char* reduced; } revisions[] = {
         {u"Scan Driver V1.02 beta", "V1.02"}, {u"Rev 2.3.1", "2.3.1"}, {u"no digits", "no digits"},
         {u"abc 1 2 3 xyz", "1 2 3"}, {u"1.2.3", "1.2.3"},

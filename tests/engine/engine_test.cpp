@@ -5,7 +5,7 @@
 // interface.
 #include "dibimages.h"
 #include "engine.h"
-#include "qdxcontrol.h"
+#include "enginecontrol.h"
 
 #include <linux/videodev2.h>
 
@@ -28,43 +28,24 @@ typedef BOOL (*WithValue)(DWORD, LONG);
 typedef BOOL (*WithPairs)(DWORD, const EsPair*, DWORD);
 typedef BOOL (*WithInfo)(void*);
 
-template <class F>
-F Proc(HMODULE m, WORD ordinal) {
-    return reinterpret_cast<F>(GetProcAddressW(m, MAKEINTRESOURCEW(ordinal)));
-}
-
-template <class F>
-F Control(HMODULE m, const char* name) {
-    return reinterpret_cast<F>(GetProcAddressW(m, W(name).c_str()));
-}
-
 // An engine loaded for one test, reset, with one open session and space.
-struct Engine {
-    HMODULE m = nullptr;
+struct Engine : EngineControls {
     DWORD session = 0;
     BYTE* space = nullptr;
-    explicit Engine(const char* path = TOV_ENGINE_PATH) {
-        setenv("TOVREL_ENGINE", path, 1);
-        m = LoadLibraryW(u"QDXENGINE.DLL");
-        unsetenv("TOVREL_ENGINE");
-        if (!m) return;
-        Control<void (*)()>(m, "QdxCtlReset")();
-    }
-    ~Engine() {
-        if (m) FreeLibrary(m);
+    explicit Engine(const char* path = TOV_ENGINE_PATH) : EngineControls(path) {
+        if (m) Reset();
     }
     void Open() {
-        ASSERT_TRUE(Proc<Void>(m, 1)());
-        session = Proc<OpenSession>(m, 3)();
+        ASSERT_TRUE(Proc<Void>(1)());
+        session = Proc<OpenSession>(3)();
         ASSERT_NE(session, 0u);
-        space = Proc<Reserve>(m, 5)(session);
+        space = Proc<Reserve>(5)(session);
         ASSERT_NE(space, nullptr);
     }
     std::string Grab(WORD ordinal = 7, size_t bytes = 640 * 480) {
-        if (!Proc<WithSpace>(m, ordinal)(session, space)) return std::string();
+        if (!Proc<WithSpace>(ordinal)(session, space)) return std::string();
         return std::string(reinterpret_cast<char*>(space), bytes);
     }
-    int32_t Count(const char* counter) { return Control<int32_t (*)()>(m, counter)(); }
 };
 
 double Mean(const std::string& frame) {
@@ -77,7 +58,7 @@ double Mean(const std::string& frame) {
 
 TEST(Modules, EngineIsFoundAndResolvedByOrdinal) {
     unsetenv("TOVREL_ENGINE");
-    HMODULE beside = LoadLibraryW(u"qdxengine.dll");  // found beside libtovplatform.so
+    HMODULE beside = LoadLibraryW(u"QdxEngine.DLL");  // found beside libtovplatform.so, in any case
     ASSERT_NE(beside, nullptr);
     for (WORD ordinal : {1, 2, 3, 4, 5, 6, 7, 8, 9, 12, 13, 15, 16, 20, 23, 24, 27})
         EXPECT_NE(GetProcAddressW(beside, MAKEINTRESOURCEW(ordinal)), nullptr) << ordinal;
@@ -140,37 +121,37 @@ TEST(Engine, FramesFollowTheSettings) {
     Engine e;
     ASSERT_NE(e.m, nullptr);
     e.Open();
-    ASSERT_TRUE(Proc<OnSession>(e.m, 8)(e.session));
+    ASSERT_TRUE(e.Proc<OnSession>(8)(e.session));
     const std::string first = e.Grab(), second = e.Grab();
     ASSERT_EQ(first.size(), 640u * 480u);
     EXPECT_TRUE(first != second);  // the frame counter
-    ASSERT_TRUE(Proc<WithValue>(e.m, 12)(e.session, 1));
+    ASSERT_TRUE(e.Proc<WithValue>(12)(e.session, 1));
     const double lit = Mean(e.Grab());
-    ASSERT_TRUE(Proc<WithValue>(e.m, 12)(e.session, 0));
+    ASSERT_TRUE(e.Proc<WithValue>(12)(e.session, 0));
     const double dark = Mean(e.Grab());
     EXPECT_GT(lit, dark * 1.2);
     const EsPair target[] = {{1, 220}};
-    ASSERT_TRUE(Proc<WithPairs>(e.m, 16)(e.session, target, sizeof target));
+    ASSERT_TRUE(e.Proc<WithPairs>(16)(e.session, target, sizeof target));
     EXPECT_GT(Mean(e.Grab()), dark * 1.3);
-    ASSERT_TRUE(Proc<WithValue>(e.m, 15)(e.session, 0));  // fixed exposure: 255 x 1 by default
+    ASSERT_TRUE(e.Proc<WithValue>(15)(e.session, 0));  // fixed exposure: 255 x 1 by default
     const EsPair fixed[] = {{14, 60}, {15, 1}};
-    ASSERT_TRUE(Proc<WithPairs>(e.m, 16)(e.session, fixed, sizeof fixed));
+    ASSERT_TRUE(e.Proc<WithPairs>(16)(e.session, fixed, sizeof fixed));
     EXPECT_LT(Mean(e.Grab()), dark * 0.5);
-    EXPECT_FALSE(Proc<WithPairs>(e.m, 16)(e.session, fixed, 7));  // not whole pairs
+    EXPECT_FALSE(e.Proc<WithPairs>(16)(e.session, fixed, 7));  // not whole pairs
     // The aimer draws its line across the middle.
     const std::string off = e.Grab();
-    ASSERT_TRUE(Proc<WithValue>(e.m, 13)(e.session, 1));
+    ASSERT_TRUE(e.Proc<WithValue>(13)(e.session, 1));
     const std::string on = e.Grab();
     EXPECT_EQ(static_cast<unsigned char>(on[240 * 640 + 320]), 255);
     EXPECT_NE(static_cast<unsigned char>(off[240 * 640 + 320]), 255);
-    EXPECT_EQ(e.Count("QdxCtlAimer"), 1);
+    EXPECT_EQ(e.Read("QdxCtlAimer"), 1);
     // A wide grab fills 752 columns; a turned imager delivers the same frame reversed.
-    Control<void (*)(uint32_t, uint32_t, uint32_t)>(e.m, "QdxCtlSetGeometry")(752, 480, 0);
+    e.Geometry(752, 480, 0);
     EXPECT_EQ(e.Grab(27, 752 * 480).size(), 752u * 480u);
     Engine twin;  // the same frame number on a turned imager
     twin.Open();
-    Control<void (*)(uint32_t, uint32_t, uint32_t)>(twin.m, "QdxCtlSetGeometry")(640, 480, 2);
-    ASSERT_TRUE(Proc<OnSession>(twin.m, 8)(twin.session));
+    twin.Geometry(640, 480, 2);
+    ASSERT_TRUE(twin.Proc<OnSession>(8)(twin.session));
     std::string turned = twin.Grab();
     EXPECT_TRUE(std::string(turned.rbegin(), turned.rend()) == first);
 }
@@ -179,46 +160,42 @@ TEST(Engine, FramesFollowTheSettings) {
 TEST(Engine, FailuresLogAndCounters) {
     Engine e;
     ASSERT_NE(e.m, nullptr);
-    auto fail = Control<void (*)(int32_t, int32_t, int32_t)>(e.m, "QdxCtlFail");
-    fail(3, 1, 1);  // the second session fails to open
+    e.Fail(3, 1, 1);  // the second session fails to open
     e.Open();
-    EXPECT_EQ(Proc<OpenSession>(e.m, 3)(), 0u);
-    DWORD other = Proc<OpenSession>(e.m, 3)();
+    EXPECT_EQ(e.Proc<OpenSession>(3)(), 0u);
+    DWORD other = e.Proc<OpenSession>(3)();
     EXPECT_NE(other, 0u);
-    EXPECT_EQ(e.Count("QdxCtlOpenSessions"), 2);
-    EXPECT_EQ(e.Count("QdxCtlScanSpaces"), 1);
-    fail(7, 0, -1);
-    EXPECT_FALSE(Proc<WithSpace>(e.m, 7)(e.session, e.space));
-    EXPECT_FALSE(Proc<WithSpace>(e.m, 7)(e.session, e.space));
-    fail(7, 0, 0);
-    EXPECT_TRUE(Proc<WithSpace>(e.m, 7)(e.session, e.space));
+    EXPECT_EQ(e.Read("QdxCtlOpenSessions"), 2);
+    EXPECT_EQ(e.Read("QdxCtlScanSpaces"), 1);
+    e.Fail(7, 0, -1);
+    EXPECT_FALSE(e.Proc<WithSpace>(7)(e.session, e.space));
+    EXPECT_FALSE(e.Proc<WithSpace>(7)(e.session, e.space));
+    e.Fail(7, 0, 0);
+    EXPECT_TRUE(e.Proc<WithSpace>(7)(e.session, e.space));
     // Wrong sessions and spaces are refused, never followed.
     BYTE stray[16];
-    EXPECT_FALSE(Proc<WithSpace>(e.m, 7)(other, e.space));
-    EXPECT_FALSE(Proc<WithSpace>(e.m, 7)(e.session, stray));
-    EXPECT_FALSE(Proc<WithSpace>(e.m, 6)(e.session, stray));
-    EXPECT_FALSE(Proc<OnSession>(e.m, 4)(12345));
-    EXPECT_FALSE(Proc<WithInfo>(e.m, 24)(nullptr));
-    EXPECT_TRUE(Proc<WithSpace>(e.m, 6)(e.session, e.space));
-    EXPECT_FALSE(Proc<WithSpace>(e.m, 6)(e.session, e.space));  // twice
-    EXPECT_TRUE(Proc<OnSession>(e.m, 4)(e.session));
-    EXPECT_TRUE(Proc<OnSession>(e.m, 4)(other));
-    EXPECT_TRUE(Proc<Void>(e.m, 2)());
-    EXPECT_EQ(e.Count("QdxCtlOpenSessions"), 0);
-    EXPECT_EQ(e.Count("QdxCtlScanSpaces"), 0);
-    EXPECT_EQ(e.Count("QdxCtlInitialized"), 0);
+    EXPECT_FALSE(e.Proc<WithSpace>(7)(other, e.space));
+    EXPECT_FALSE(e.Proc<WithSpace>(7)(e.session, stray));
+    EXPECT_FALSE(e.Proc<WithSpace>(6)(e.session, stray));
+    EXPECT_FALSE(e.Proc<OnSession>(4)(12345));
+    EXPECT_FALSE(e.Proc<WithInfo>(24)(nullptr));
+    EXPECT_TRUE(e.Proc<WithSpace>(6)(e.session, e.space));
+    EXPECT_FALSE(e.Proc<WithSpace>(6)(e.session, e.space));  // twice
+    EXPECT_TRUE(e.Proc<OnSession>(4)(e.session));
+    EXPECT_TRUE(e.Proc<OnSession>(4)(other));
+    EXPECT_TRUE(e.Proc<Void>(2)());
+    EXPECT_TRUE(e.Idle());
     // The log holds every call in order, with its arguments and result.
     QdxCall call;
-    auto entry = Control<int32_t (*)(uint32_t, QdxCall*)>(e.m, "QdxCtlLogEntry");
-    ASSERT_TRUE(entry(0, &call));
+    ASSERT_TRUE(e.LogEntry(0, &call));
     EXPECT_EQ(call.ordinal, 1);
-    ASSERT_TRUE(entry(3, &call));
+    ASSERT_TRUE(e.LogEntry(3, &call));
     EXPECT_EQ(call.ordinal, 3);
     EXPECT_EQ(call.result, 0);
-    const uint32_t count = Control<uint32_t (*)()>(e.m, "QdxCtlLogCount")();
-    ASSERT_TRUE(entry(count - 1, &call));
+    const uint32_t count = e.LogCount();
+    ASSERT_TRUE(e.LogEntry(count - 1, &call));
     EXPECT_EQ(call.ordinal, 2);
-    EXPECT_FALSE(entry(count, &call));
+    EXPECT_FALSE(e.LogEntry(count, &call));
 }
 
 // Picture files replace the scene: PGM and PNG, scaled to the frame.
@@ -289,8 +266,8 @@ TEST(Engine, VideoDeviceFormatsAndAbsence) {
     setenv("TOVREL_ENGINE_SOURCE", "v4l2:/dev/video-none", 1);
     Engine e;
     unsetenv("TOVREL_ENGINE_SOURCE");
-    ASSERT_TRUE(Proc<Void>(e.m, 1)());
-    DWORD session = Proc<OpenSession>(e.m, 3)();
-    EXPECT_EQ(Proc<Reserve>(e.m, 5)(session), nullptr);
-    Proc<OnSession>(e.m, 4)(session);
+    ASSERT_TRUE(e.Proc<Void>(1)());
+    DWORD session = e.Proc<OpenSession>(3)();
+    EXPECT_EQ(e.Proc<Reserve>(5)(session), nullptr);
+    e.Proc<OnSession>(4)(session);
 }

@@ -8,7 +8,6 @@
 #include "tovce.h"
 
 #include <dlfcn.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -21,28 +20,17 @@ using namespace tovtest;
 
 namespace {
 
-// Two pages: the first readable, the second not.
-struct GuardedPages {
-    size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-    BYTE* base = static_cast<BYTE*>(
-        mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-    GuardedPages() { mprotect(base + page, page, PROT_NONE); }
-    ~GuardedPages() { munmap(base, 2 * page); }
-    BYTE* EndOfReadable(size_t bytes) const { return base + page - bytes; }
-    BYTE* Unreadable() const { return base + page; }
-};
-
 TEST(FrameTest, RevisionBufferAndPointerProbe) {
-    GuardedPages pages;
+    GuardedPage pages;
     const std::u16string revision = u"2.102.30001.0";
     const size_t bytes = (revision.size() + 1) * sizeof(WCHAR);
     struct Case { const char* what; void* buffer; DWORD result, probe; } cases[] = {
         {"null", nullptr, DibErrorInvalidParm, 1},
         {"low address", reinterpret_cast<void*>(uintptr_t{16}), DibErrorInvalidParm, 2},
         {"kernel address", reinterpret_cast<void*>(~uintptr_t{0} & ~uintptr_t{7}), DibErrorInvalidParm, 2},
-        {"unreadable page", pages.Unreadable(), DibErrorInvalidParm, 2},
-        {"too short before the guard", pages.EndOfReadable(bytes - 2), DibErrorInvalidParm, 0},
-        {"exactly fits before the guard", pages.EndOfReadable(bytes), tovOk, 0},
+        {"unreadable page", pages.End(), DibErrorInvalidParm, 2},
+        {"too short before the guard", pages.End() - (bytes - 2), DibErrorInvalidParm, 0},
+        {"exactly fits before the guard", pages.End() - bytes, tovOk, 0},
     };
     ScratchDir dir;
     tovConfigDebug(1, 10, tovDebugFile);  // neither export is traced

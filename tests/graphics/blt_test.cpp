@@ -1,7 +1,7 @@
 // Raster operations, BitBlt and StretchBlt: the operation table against its
 // truth-table definition, every operation on every depth, stretching,
 // mirroring, clipping, depth conversion, overlap and bad handles.
-#include "gfxtest.h"
+#include "gfxcanvas.h"
 
 #include <climits>
 #include <testsupport.h>
@@ -42,7 +42,7 @@ TEST(RasterOps, TableMatchesTruthTableForAll256) {
 // pattern is the white brush. SRCCOPY and SRCINVERT on grey among them.
 TEST(BitBlt, All256OperationsOnEachDepth) {
     std::mt19937 rng(3);
-    for (int bpp : {1, 4, 8, 16, 24, 32}) {
+    for (int bpp : {1, 2, 4, 8, 16, 24, 32}) {
         Canvas src(33, 5, bpp), dst(33, 5, bpp);
         ASSERT_TRUE(src.ok() && dst.ok());
         GdiSurface ds;

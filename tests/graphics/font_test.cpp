@@ -1,7 +1,7 @@
 // Fonts and DrawTextW: resolving and measuring, two-colour glyphs inside
 // their cell, alignment, clipping, weight, faces that cannot be had, bad
 // arguments, and allocation failure across the whole graphics layer.
-#include "gfxtest.h"
+#include "gfxcanvas.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -53,7 +53,8 @@ TEST(Fonts, TacomaResolvesMeasuresAndRefusesBadArguments) {
     RECT two = Measure(c.dc, u"Hi\nHello");
     EXPECT_EQ(two.right, hello.right);
     EXPECT_EQ(two.bottom, 32);
-    EXPECT_EQ(Measure(c.dc, u"Hi\r\nHello").bottom, 32);
+    for (const char16_t* broken : {u"Hi\r\nHello", u"Hi\n", u"Hi\r", u"Hi\r\n"})  // a break at the end adds a line
+        EXPECT_EQ(Measure(c.dc, broken).bottom, 32) << tovtest::N(broken);
     EXPECT_EQ(Measure(c.dc, u"Hello", 2).right, Measure(c.dc, u"He").right);
     EXPECT_EQ(Measure(c.dc, u"").right | Measure(c.dc, u"").bottom, 0);
     RECT moved{5, 7, 1000, 1000};  // the measured box starts where the rectangle does

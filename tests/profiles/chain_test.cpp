@@ -13,8 +13,6 @@ using namespace tovtest;
 
 namespace {
 
-std::string Text(const WCHAR* t) { return t ? N(t) : "<null>"; }
-
 // A profile file with one profile whose chain is the given entries.
 void WriteChain(const std::string& entries) {
     WriteBytes("chain.zpf", "<p><Section name=\"\"><Section name=\"Processing\">" + entries +
@@ -171,17 +169,4 @@ TEST(Chain, ProcessImageRunsTheSampleLikeDirectCalls) {
     Dib four(MakePatterned(8, 8, 4));
     EXPECT_EQ(tovProcessImage(four, four), DWORD(DibErrorInvalidDIB));
     EXPECT_EQ(tovProcessImage(nullptr, four), DWORD(DibErrorInvalidDIB));
-}
-
-TEST(Chain, AllocationFailureWhileOpening) {
-    long sites = ForEachAllocationFailure([](long n) {
-        LeakGuard guard;
-        DWORD r = ProfileOpenSession(u"" TOV_SAMPLE_PROFILES, u"Labels");
-        EXPECT_TRUE(r == 0 || r == tovErrorUnknown || r == tovErrorProfileData || r == tovErrorProfileFileOpen ||
-                    r == tovErrorProfileNotFound)
-            << n << ": " << r;
-        ProfileCloseSession();
-        EXPECT_FALSE(CurrentProfile);
-    });
-    EXPECT_GT(sites, 10);
 }

@@ -2,6 +2,9 @@
 
 #include <tovrel/tovrel.h>
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -24,6 +27,16 @@ std::string N(const char16_t* text) {
     PlatWideToUtf8(text, buf.data(), buf.size());
     return std::string(buf.data());
 }
+
+std::string Text(const WCHAR* text) { return text ? N(text) : "<null>"; }
+
+GuardedPage::GuardedPage() : page_(size_t(sysconf(_SC_PAGESIZE))) {
+    void* p = mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (p == MAP_FAILED || mprotect(static_cast<BYTE*>(p) + page_, page_, PROT_NONE) != 0) std::abort();
+    base_ = static_cast<BYTE*>(p);
+}
+
+GuardedPage::~GuardedPage() { munmap(base_, 2 * page_); }
 
 std::string ReadFileBytes(const std::string& path) {
     std::ifstream in(path, std::ios::binary);

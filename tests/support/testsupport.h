@@ -1,5 +1,5 @@
 // Helpers shared by the test programs: UTF-16 text, a scratch directory,
-// the trace log as lines, and the allocation-failure loop.
+// the trace log as lines, and the allocation-failure loops.
 #pragma once
 
 #include <tovrel/platform.h>
@@ -44,24 +44,64 @@ void StartLog(DWORD level);
 // Turns tracing off.
 void StopLog();
 
+// A readable page followed by an unreadable one: for buffers and records
+// that end exactly where readable memory does.
+class GuardedPage {
+public:
+    GuardedPage();
+    ~GuardedPage();
+    GuardedPage(const GuardedPage&) = delete;
+    GuardedPage& operator=(const GuardedPage&) = delete;
+    // The first unreadable byte; End() - n is n readable bytes before it.
+    BYTE* End() const { return base_ + page_; }
+private:
+    size_t page_;
+    BYTE* base_;
+};
+
+// The text, or "<null>" for none.
+std::string Text(const WCHAR* text);
+
 // The functions libtovrel.so exports, as nm lists its dynamic symbols;
 // problems (a non-function, a versioned name) go to the list if given.
 std::vector<std::string> LibraryExports(std::vector<std::string>* problems = nullptr);
 
-// For n = 1, 2, ...: makes the nth allocation fail and runs body(n). Ends
-// at the first n whose fault was not reached, and returns how many
-// allocation sites were exercised.
+// Runs f() with the nth platform allocation from now failing and returns
+// what f returns; *reached tells whether f came as far as that allocation.
+template <class F>
+auto WithAllocationFailure(long n, bool* reached, F f) {
+    struct Disarm {
+        long before, n;
+        bool* reached;
+        ~Disarm() {
+            PlatFailAllocation(0);
+            *reached = PlatAllocationCount() - before >= n;
+        }
+    } disarm{PlatAllocationCount(), n, reached};
+    PlatFailAllocation(n);
+    return f();
+}
+
+// For n = 1, 2, ...: runs site(n), which fails its nth allocation (through
+// WithAllocationFailure) and returns whether it reached it. Ends at the
+// first n not reached and returns how many sites there were; -1 when the
+// sites do not end.
+template <class Site>
+long ForEachAllocationSite(Site site) {
+    for (long n = 1; n < 1000000; ++n)
+        if (!site(n)) return n - 1;
+    return -1;
+}
+
+// The same for a body that is wholly under the fault: body(n) runs with
+// the nth allocation from its start failing.
 template <class Body>
 long ForEachAllocationFailure(Body body) {
-    for (long n = 1; n < 1000000; ++n) {
-        long before = PlatAllocationCount();
-        PlatFailAllocation(n);
-        body(n);
-        long used = PlatAllocationCount() - before;
-        PlatFailAllocation(0);
-        if (used < n) return n - 1;
-    }
-    return -1;
+    return ForEachAllocationSite([&](long n) {
+        bool reached = false;
+        WithAllocationFailure(n, &reached, [&] { body(n); });
+        return reached;
+    });
 }
 
 }  // namespace tovtest
