@@ -26,9 +26,15 @@ TEST(Memory, ZeroingReallocAndForeignPointers) {
     EXPECT_EQ(p[100], 0);
     EXPECT_EQ(p[299], 0);
     int onStack = 0;
-    EXPECT_EQ(LocalFree(&onStack), &onStack) << "a foreign pointer is refused";
-    EXPECT_EQ(LocalReAlloc(&onStack, 8, 0), nullptr);
+    // Foreign pointers, pointers inside a live block and freed blocks are all refused.
+    for (void* bad : {static_cast<void*>(&onStack), static_cast<void*>(p + 1), static_cast<void*>(p + 16)}) {
+        EXPECT_EQ(LocalFree(bad), bad);
+        EXPECT_EQ(LocalSize(bad), 0u);
+        EXPECT_EQ(LocalReAlloc(bad, 8, 0), nullptr);
+    }
     EXPECT_EQ(LocalFree(p), nullptr);
+    EXPECT_EQ(LocalFree(p), p) << "a freed block is refused";
+    EXPECT_EQ(LocalSize(p), 0u);
     EXPECT_EQ(LocalFree(nullptr), nullptr);
     EXPECT_EQ(PlatLiveObjects(), live);
 }
