@@ -346,6 +346,7 @@ DWORD DibJPGSave(const WCHAR* filename, DWORD quality, HDIB hdib) {
     jpeg_destroy_compress(&cinfo);
     unloadTemp.Release();
     if (temp) DibUnload(temp);
+    // "DibOK" (sic): the device writes it so here alone.
     DebugTrace(DIB_LEVEL_OP, u"<DibJPGSave()=DibOK\r\n");
     return DibOk;
 }
