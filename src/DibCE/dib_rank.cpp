@@ -315,37 +315,35 @@ struct WindowArgs {
 // that order is row height - 1 - k of the picture.
 inline BYTE* InMemoryOrder(HDIB hdib, LONG height, LONG k) { return hdib->ppRow[height - 1 - k]; }
 
-// The working copy, filled a row at a time just before the filter first
-// reads the row, while the row is still as it was: so the copy's rows are
-// in the cache when the windows read them, and the picture is read once.
+// The working copy holds the rows the windows still need: each row is
+// copied, still as it was, just before the filter first reads it, into one
+// of the copy's first kRing rows in turn (a window pass reads at most four
+// consecutive rows). So the copy's rows stay in the cache, the picture is
+// read once, and no row of the copy that nothing reads is ever written.
 class RowFiller {
 public:
+    static constexpr LONG kRing = 4;
     RowFiller(HDIB target, HDIB copy, DWORD bitcount, LONG width, LONG height)
-        : target_(target), copy_(copy), stride_(static_cast<size_t>(DibRowBytes(width, bitcount))), height_(height) {}
-    // Rows up to k (below the height) of the memory order are in the copy.
+        : target_(target), copy_(copy), stride_(static_cast<size_t>(DibRowBytes(width, bitcount))),
+          height_(height), ring_(height < kRing ? height : kRing) {}
+    // Rows up to k (below the height) of the memory order have been copied.
     void Through(LONG k) {
-        for (; filled_ <= k; ++filled_)
-            memcpy(InMemoryOrder(copy_, height_, filled_), InMemoryOrder(target_, height_, filled_), stride_);
+        for (; filled_ <= k; ++filled_) memcpy(Row(filled_), InMemoryOrder(target_, height_, filled_), stride_);
     }
-    // The rest of the store: rows not read, and bytes past the last row.
-    void Finish(size_t storeBytes) {
-        if (!target_->ppRow || !copy_->ppRow) return;
-        Through(height_ - 1);
-        const size_t rows = stride_ * static_cast<size_t>(height_);
-        if (storeBytes > rows) memcpy(copy_->pBits + rows, target_->pBits + rows, storeBytes - rows);
-    }
+    // Row k of the memory order as it was, once copied and while a pass may read it.
+    BYTE* Row(LONG k) const { return InMemoryOrder(copy_, height_, k % ring_); }
 
 private:
     HDIB target_, copy_;
     size_t stride_;
-    LONG height_;
+    LONG height_, ring_;
     LONG filled_ = 0;
 };
 
 // Runs the kernel over the interior of a bitmap of at least 3x3, reading
-// from copy (filled on the way) and writing into target. Every written
+// from the working copy's rows (filled on the way) and writing into target. Every written
 // value fits the depth.
-void FilterInterior(HDIB target, HDIB copy, RowFiller& fill, DWORD bitcount, LONG width, LONG height,
+void FilterInterior(HDIB target, RowFiller& fill, DWORD bitcount, LONG width, LONG height,
                     const WindowArgs& w) {
     const size_t n = static_cast<size_t>(width) - 2;
     const RankRowFn rankRow = DIB_PICK(RankRowWay);
@@ -355,7 +353,7 @@ void FilterInterior(HDIB target, HDIB copy, RowFiller& fill, DWORD bitcount, LON
         if (w.kind == Window::Rank) rankRow(a, b, c, out, k, w.rank);
         else despeckleRow(a, b, c, out, k, w.background, limit);
     };
-    auto src = [copy, height](LONG k) { return InMemoryOrder(copy, height, k); };
+    auto src = [&fill](LONG k) { return fill.Row(k); };
     auto dst = [target, height](LONG k) { return InMemoryOrder(target, height, k); };
     LONG y = 1;
     if (bitcount == 8 && w.kind == Window::Rank && (w.rank == 0 || w.rank >= DIB_RANK_MAX)) {
@@ -426,9 +424,8 @@ extern "C" DWORD DibRankFilter(HDIB hdib, DWORD rank) {
     RowFiller fill(hdib, copy, s.bitcount, s.width, s.height);
     if (HasInterior(hdib, copy, s)) {
         WindowArgs w = {Window::Rank, rank, 0, 0};
-        FilterInterior(hdib, copy, fill, s.bitcount, s.width, s.height, w);
+        FilterInterior(hdib, fill, s.bitcount, s.width, s.height, w);
     }
-    fill.Finish(DibBitsSize(hdib));
     DibUnload(copy);
     DebugTrace(DIB_LEVEL_OP, u"<DibRankFilter()=DibOk\r\n");
     return DibOk;
@@ -446,9 +443,8 @@ extern "C" DWORD DibDespeckle(HDIB hdib, DWORD threshold, DWORD background) {
     if (HasInterior(hdib, copy, s) && threshold > 0) {
         if (background < (1u << s.bitcount)) {
             WindowArgs w = {Window::Despeckle, 0, static_cast<BYTE>(background), threshold};
-            FilterInterior(hdib, copy, fill, s.bitcount, s.width, s.height, w);
+            FilterInterior(hdib, fill, s.bitcount, s.width, s.height, w);
         } else if (threshold > 8) {
-            fill.Finish(DibBitsSize(hdib));
             // No pixel can equal such a background, so every count is 8 and
             // only a threshold above 8 clears. The value does not fit the
             // pixel: the write routine decides what lands in the byte.
@@ -456,7 +452,6 @@ extern "C" DWORD DibDespeckle(HDIB hdib, DWORD threshold, DWORD background) {
                 for (LONG x = 1; x < s.width - 1; ++x) s.io.set(hdib, x, y, background);
         }
     }
-    fill.Finish(DibBitsSize(hdib));
     DibUnload(copy);
     DebugTrace(DIB_LEVEL_FRAME, u"<DibDespeckle()=DibOk\r\n");
     return DibOk;

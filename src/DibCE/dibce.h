@@ -74,8 +74,8 @@ DWORD DibResize(HDIB hdib, LONG width, LONG height);
 HDIB DibCreateCopy(HDIB hdib);
 /* DibCreateCopy and DibResize, the same calls, allocations and traces, but
  * the new store is not filled (nor cleared): for an operation that writes
- * every byte of it itself, in the order its work reads the pixels, before
- * it reads any. */
+ * what it reads of it itself, in the order its work reads the pixels,
+ * before it reads any. */
 HDIB DibCreateWorkingCopy(HDIB hdib);
 DWORD DibResizeUncleared(HDIB hdib, LONG width, LONG height);
 /* Two live records of the same header trade their pixel stores (with the
