@@ -14,10 +14,6 @@
  */
 #include <string.h>
 
-#if defined(__x86_64__) && defined(__SSE2__)
-#include <emmintrin.h>
-#endif
-
 #include "dibops.h"
 
 #include <tovrel/packedpixel.h>
@@ -217,40 +213,11 @@ DWORD CheckGeometry(HDIB hdib, int* bpp) {
     return DibOk;
 }
 
-// Pictures larger than this (in bytes) are flipped with the copy written
-// past the cache: it is not read again, and the cache keeps the picture.
-const size_t kStreamCopyBytes = static_cast<size_t>(4) << 20;
-
-// Upside down at 8 bits, two rows at a time: each of the rows y and z goes
-// into the copy and into the other's place in one read. 16-byte-aligned
-// copy rows take the copy with non-temporal stores, which also spares the
-// processor reading the copy's lines before it writes them.
-void SwapRowsThroughCopy(BYTE* ry, BYTE* rz, BYTE* cy, BYTE* cz, size_t stride, size_t width, bool stream) {
-    size_t i = 0;
-#if defined(__x86_64__) && defined(__SSE2__)
-    if (stream && (reinterpret_cast<uintptr_t>(cy) % 16) == 0 && (reinterpret_cast<uintptr_t>(cz) % 16) == 0) {
-        for (; i + 16 <= width; i += 16) {
-            const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(ry + i));
-            const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(rz + i));
-            _mm_stream_si128(reinterpret_cast<__m128i*>(cy + i), a);
-            _mm_stream_si128(reinterpret_cast<__m128i*>(cz + i), b);
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(ry + i), b);
-            _mm_storeu_si128(reinterpret_cast<__m128i*>(rz + i), a);
-        }
-    }
-#else
-    (void)stream;
-#endif
-    memcpy(cy + i, ry + i, stride - i);
-    memcpy(cz + i, rz + i, stride - i);
-    memcpy(ry + i, cz + i, width - i);
-    memcpy(rz + i, cy + i, width - i);
-}
-
-// Both flips from a copy of the whole picture: each row either from the
-// opposite row (upside down) or from itself mirrored (left to right). The
-// copy is filled a row or a pair of rows at a time, just before those rows
-// are read back, so that both passes find them in the first-level cache.
+// Both flips from the working copy: each row either from the opposite row
+// (upside down) or from itself mirrored (left to right). The rows in hand
+// pass through the copy's first two rows, which stay in the first-level
+// cache: a row is copied there just before it is read back, and no other
+// row of the copy is ever read, so none is written.
 DWORD Flip(HDIB hdib, bool upsideDown) {
     int bpp = 0;
     if (CheckGeometry(hdib, &bpp) != DibOk) return DibErrorInvalidDIB;
@@ -259,32 +226,20 @@ DWORD Flip(HDIB hdib, bool upsideDown) {
     const LONG width = DibWidth(hdib);
     const LONG height = DibHeight(hdib);
     const size_t stride = static_cast<size_t>(DibRowBytes(width, bpp));
-    // Store bytes past the last row, when the header asks for more.
-    const size_t rows = stride * static_cast<size_t>(height), store = DibBitsSize(hdib);
-    if (store > rows) memcpy(copy->pBits + rows, hdib->pBits + rows, store - rows);
     BYTE* const* dst = hdib->ppRow;
-    BYTE* const* src = copy->ppRow;
-    if (upsideDown && bpp == 8) {
-        const bool stream = rows > kStreamCopyBytes;
-        for (LONG y = 0, z = height - 1; y <= z; ++y, --z) {
-            if (y == z) memcpy(src[y], dst[y], stride);  // the middle row stays
-            else SwapRowsThroughCopy(dst[y], dst[z], src[y], src[z], stride, static_cast<size_t>(width), stream);
-        }
-#if defined(__x86_64__) && defined(__SSE2__)
-        _mm_sfence();  // the streamed copy complete before it is given back
-#endif
-    } else if (upsideDown) {
-        for (LONG y = 0, z = height - 1; y <= z; ++y, --z) {
-            memcpy(src[y], dst[y], stride);
-            if (y == z) break;  // the middle row stays
-            memcpy(src[z], dst[z], stride);
-            CopyPixelRun(dst[y], src[z], 0, width, bpp);
-            CopyPixelRun(dst[z], src[y], 0, width, bpp);
+    BYTE* const a = copy->ppRow[0];
+    BYTE* const b = copy->ppRow[height > 1 ? 1 : 0];
+    if (upsideDown) {
+        for (LONG y = 0, z = height - 1; y < z; ++y, --z) {  // the middle row stays
+            memcpy(a, dst[y], stride);
+            memcpy(b, dst[z], stride);
+            CopyPixelRun(dst[y], b, 0, width, bpp);
+            CopyPixelRun(dst[z], a, 0, width, bpp);
         }
     } else {
         for (LONG y = 0; y < height; ++y) {
-            memcpy(src[y], dst[y], stride);
-            MirrorRow(dst[y], src[y], width, bpp);
+            memcpy(a, dst[y], stride);
+            MirrorRow(dst[y], a, width, bpp);
         }
     }
     DibUnload(copy);

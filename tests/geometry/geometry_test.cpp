@@ -146,7 +146,7 @@ TEST(Geometry, Refusals) {
 
 }  // namespace
 
-// Pictures past 4 MB take the upside-down flip's streaming stores.
+// Rows far apart, past the caches, pass through the copy's two rows.
 TEST(Geometry, LargeUpsideDownFlip) {
     for (auto [w, h] : {std::pair<LONG, LONG>{2100, 2100}, {2051, 2101}}) {
         Dib g = Random(w, h, 8, 77), before = Copy(g);
