@@ -214,10 +214,10 @@ DWORD CheckGeometry(HDIB hdib, int* bpp) {
 }
 
 // Both flips from the working copy: each row either from the opposite row
-// (upside down) or from itself mirrored (left to right). The rows in hand
-// pass through the copy's first two rows, which stay in the first-level
-// cache: a row is copied there just before it is read back, and no other
-// row of the copy is ever read, so none is written.
+// (upside down) or from itself mirrored (left to right). A row about to be
+// overwritten passes through the copy's first row, which stays in the
+// first-level cache: it is copied there just before it is read back, and
+// no other row of the copy is ever read, so none is written.
 DWORD Flip(HDIB hdib, bool upsideDown) {
     int bpp = 0;
     if (CheckGeometry(hdib, &bpp) != DibOk) return DibErrorInvalidDIB;
@@ -228,12 +228,12 @@ DWORD Flip(HDIB hdib, bool upsideDown) {
     const size_t stride = static_cast<size_t>(DibRowBytes(width, bpp));
     BYTE* const* dst = hdib->ppRow;
     BYTE* const a = copy->ppRow[0];
-    BYTE* const b = copy->ppRow[height > 1 ? 1 : 0];
     if (upsideDown) {
+        // Row z is still as it was when it goes to row y; only row y, which
+        // that overwrites, needs its pass through the copy.
         for (LONG y = 0, z = height - 1; y < z; ++y, --z) {  // the middle row stays
             memcpy(a, dst[y], stride);
-            memcpy(b, dst[z], stride);
-            CopyPixelRun(dst[y], b, 0, width, bpp);
+            CopyPixelRun(dst[y], dst[z], 0, width, bpp);
             CopyPixelRun(dst[z], a, 0, width, bpp);
         }
     } else {
