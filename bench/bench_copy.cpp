@@ -5,6 +5,8 @@
 // benchutil.h).
 //
 // BM_CreateCopy: DibCreateCopy and DibUnload of a picture.
+// BM_WorkingCopy: the same without filling the copy, as the flips and the
+// rank filter make it (they copy only the rows in hand).
 // BM_CopyLimit/op: the operation, the copy alone and OpenCV's equivalent,
 // timed in turns (several rounds, each a few calls of each; for crop and
 // scale the picture is restored before every call of each, untimed), with the
@@ -45,6 +47,23 @@ void BM_CreateCopy(benchmark::State& state) {
 #endif
 }
 BENCHMARK(BM_CreateCopy)->Apply(benchutil::Sizes);
+
+// What the flips and the rank filter cannot avoid: the working copy made
+// (record, store, row table, traces) and released, none of its rows filled.
+void BM_WorkingCopy(benchmark::State& state) {
+    Picture p(LONG(state.range(0)), LONG(state.range(1)));
+    if (!benchutil::Ready(state, p)) return;
+    for (auto _ : state) {
+        HDIB copy = DibCreateWorkingCopy(p.get());
+        if (!copy) {
+            state.SkipWithError("copy failed");
+            return;
+        }
+        DibUnload(copy);
+    }
+    benchutil::ReportRate(state, p.pixels());
+}
+BENCHMARK(BM_WorkingCopy)->Apply(benchutil::Sizes);
 
 #ifdef TOV_HAVE_OPENCV
 enum LimitOp { kFlip, kRank0, kRank4, kRank8, kCrop, kScale };
