@@ -2,6 +2,7 @@
 // and media, files cut short, foreign or damaged, headers declaring more
 // than the file can hold, deeper bitmaps refused, allocation failure on every
 // save and load path, two threads at once, the format switch, trace lines.
+#include "allocfail.h"
 #include "filestest.h"
 
 #include <jerror.h>
@@ -232,6 +233,40 @@ TEST(Files, AllocationFailureOnEverySaveAndLoadPath) {
             }
         });
         EXPECT_GT(loadSites, 3);
+    }
+}
+
+// A grey picture needs an info block (made once, first) and the bitmap; the
+// trace tells which of the two could not be made.
+TEST(Files, GreyLoadTracesWhichBlockFailed) {
+    const struct {
+        DWORD (*save)(const WCHAR*, HDIB);
+        HDIB (*load)(const WCHAR*);
+        const char *noInfo, *noBitmap;
+    } cases[] = {
+        {[](const WCHAR* n, HDIB h) { return DibPNGSave(n, h); }, DibPNGLoad, "<DibPNGLoad()=NULL (LocalAlloc:pbmi)\r",
+         "<DibPNGLoad()= NULL (DibCreateFromBitmapInfo)\r"},
+        {[](const WCHAR* n, HDIB h) { return DibJPGSave(n, 80, h); }, DibJPGLoad, "<DibJPGLoad()=NULL (LocalAlloc)\r",
+         "<DibJPGLoad()=NULL (DibCreateFromBitmapInfo)\r"},
+    };
+    ScratchDir dir;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.noInfo);
+        ASSERT_EQ(c.save(u"grey", Dib(MakePatterned(20, 6, 8, 1))), 0u);
+        std::vector<long> info, bitmap;  // the failing allocations that gave each line
+        long n = 0;
+        ForEachFailureAfterSetup([] { StartLog(8); return 0; }, [&](int) { return Dib(c.load(u"grey")); },
+                                 [&](int, const Dib&, bool) {
+            StopLog();
+            ++n;
+            for (const std::string& line : LogLines()) {
+                if (line == c.noInfo) info.push_back(n);
+                if (line == c.noBitmap) bitmap.push_back(n);
+            }
+        });
+        ASSERT_EQ(info.size(), 1u);
+        ASSERT_FALSE(bitmap.empty());
+        EXPECT_LT(info[0], bitmap[0]);
     }
 }
 
