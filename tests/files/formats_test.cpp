@@ -185,23 +185,27 @@ TEST(Files, DamagedFilesLoadWholeOrGiveNull) {
     }
 }
 
-// A 24-bit bitmap (a BMP file can bring one in) has no grey conversion:
-// every save refuses it, makes no file and leaves it as it was.
+// A 24-bit bitmap (a BMP file can bring one in) has no grey conversion,
+// whatever the size of its colour table: every save refuses it, makes no
+// file and leaves it as it was.
 TEST(Files, DeeperBitmapsAreRefusedWithoutAFile) {
     ScratchDir dir;
     LeakGuard guard;
-    struct {
-        BITMAPINFOHEADER header;
-        RGBQUAD colours[2];
-    } info = {{40, 5, 3, 1, 24, 0, 0, 0, 0, 2, 0}, {}};
-    Dib deep(DibCreateFromBitmapInfo(reinterpret_cast<BITMAPINFO*>(&info)));
-    ASSERT_NE(deep, nullptr);
-    std::vector<BYTE> pixels = StoreBytes(deep);
-    EXPECT_EQ(tovSavePNG(deep, u"deep"), DibErrorUnknown);
-    EXPECT_EQ(tovSaveJPG(deep, u"deep", 80), DibErrorUnknown);
-    EXPECT_EQ(tovSavePRN(deep, u"deep.prn", 0, 64, 0), DibErrorUnknown);
-    for (const char* name : {"deep.png", "deep.jpg", "deep.prn"}) EXPECT_FALSE(FileExists(name)) << name;
-    EXPECT_EQ(StoreBytes(deep), pixels);
+    for (DWORD colours : {2u, 256u}) {
+        SCOPED_TRACE(colours);
+        struct {
+            BITMAPINFOHEADER header;
+            RGBQUAD colours[256];
+        } info = {{40, 5, 3, 1, 24, 0, 0, 0, 0, colours, 0}, {}};
+        Dib deep(DibCreateFromBitmapInfo(reinterpret_cast<BITMAPINFO*>(&info)));
+        ASSERT_NE(deep, nullptr);
+        std::vector<BYTE> pixels = StoreBytes(deep);
+        EXPECT_EQ(tovSavePNG(deep, u"deep"), DibErrorUnknown);
+        EXPECT_EQ(tovSaveJPG(deep, u"deep", 80), DibErrorUnknown);
+        EXPECT_EQ(tovSavePRN(deep, u"deep.prn", 0, 64, 0), DibErrorUnknown);
+        for (const char* name : {"deep.png", "deep.jpg", "deep.prn"}) EXPECT_FALSE(FileExists(name)) << name;
+        EXPECT_EQ(StoreBytes(deep), pixels);
+    }
 }
 
 // 4 bits: JPEG's temporary is among the sites; libpng's, libjpeg's and
