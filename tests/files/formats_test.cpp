@@ -1,17 +1,27 @@
-// What BMP, PNG and JPEG share: failing names and media, files cut short,
-// deeper bitmaps refused, allocation failure on every save and load path,
-// two threads at once, the format switch, and a few golden trace lines.
+// What BMP, PNG and JPEG share, one table over the formats: failing names
+// and media, files cut short, foreign or damaged, headers declaring more
+// than the file can hold, deeper bitmaps refused, allocation failure on every
+// save and load path, two threads at once, the format switch, trace lines.
+#include "allocfail.h"
 #include "filestest.h"
 
 #include <jerror.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <random>
 #include <thread>
 
 using namespace filestest;
 
 namespace {
+
+void PutBe(std::string& b, size_t at, uint32_t v, int bytes) {
+    for (int i = 0; i < bytes; ++i) b[at + size_t(i)] = char(v >> (8 * (bytes - 1 - i)));
+}
+void PutLe32(std::string& b, size_t at, uint32_t v) {
+    for (int i = 0; i < 4; ++i) b[at + size_t(i)] = char(v >> (8 * i));
+}
 
 struct Format {
     const char* ext;
@@ -22,14 +32,35 @@ struct Format {
     HDIB (*load)(const WCHAR*);
     HDIB (*dibLoad)(const WCHAR*);
     DWORD fullMedium;  // the code of a write that fails
+    long setupAllocations;  // a refused header's, at most
+    // The sample with its header declaring a picture of width x height.
+    std::string (*declare)(std::string sample, uint32_t width, uint32_t height);
 };
 
 const Format kFormats[] = {
     {"png", "/pngsuite/basi0g04.png", tovFormatPNG, [](HDIB h, const WCHAR* n) { return tovSavePNG(h, n); },
-     [](const WCHAR* n, HDIB h) { return DibPNGSave(n, h); }, tovLoadPNG, DibPNGLoad, DibErrorUnknown},
+     [](const WCHAR* n, HDIB h) { return DibPNGSave(n, h); }, tovLoadPNG, DibPNGLoad, DibErrorUnknown, 40,
+     [](std::string b, uint32_t w, uint32_t h) {
+         PutBe(b, 16, w, 4);
+         PutBe(b, 20, h, 4);
+         FixPngChecksums(b);
+         return b;
+     }},
     {"jpg", "/jpeg/hopper_gray.jpg", tovFormatJPG, [](HDIB h, const WCHAR* n) { return tovSaveJPG(h, n, 80); },
-     [](const WCHAR* n, HDIB h) { return DibJPGSave(n, 80, h); }, tovLoadJPG, DibJPGLoad, DibErrorUnknown},
-    {"bmp", "/bmpsuite/g/pal8.bmp", tovFormatBMP, tovSaveBMP, DibBMPSave, tovLoadBMP, DibBMPLoad, DibErrorFileWrite},
+     [](const WCHAR* n, HDIB h) { return DibJPGSave(n, 80, h); }, tovLoadJPG, DibJPGLoad, DibErrorUnknown, 10,
+     [](std::string b, uint32_t w, uint32_t h) {
+         const size_t sof = b.find("\xFF\xC0");
+         PutBe(b, sof + 5, h, 2);
+         PutBe(b, sof + 7, w, 2);
+         return b;
+     }},
+    {"bmp", "/bmpsuite/g/pal8.bmp", tovFormatBMP, tovSaveBMP, DibBMPSave, tovLoadBMP, DibBMPLoad, DibErrorFileWrite, 10,
+     [](std::string b, uint32_t w, uint32_t h) {
+         PutLe32(b, 18, w);
+         PutLe32(b, 22, h);
+         PutLe32(b, 34, 0);  // biSizeImage: the rows' own size
+         return b;
+     }},
 };
 
 }  // namespace
@@ -81,8 +112,10 @@ TEST(Files, BadNamesAndMediaGiveTheirCodes) {
 }
 
 // Cut anywhere (down to a missing end marker, which libjpeg alone would pad
-// with grey), or not an image at all: NULL, and nothing left behind.
-TEST(Files, CutAndForeignFilesGiveNull) {
+// with grey), foreign, or declaring more than its bytes hold (sides beyond
+// the bitmap core's limits, or within them): NULL, before any bitmap is
+// made, and nothing left behind.
+TEST(Files, CutForeignAndOverdeclaredFilesGiveNull) {
     for (const Format& f : kFormats) {
         SCOPED_TRACE(f.ext);
         ScratchDir dir;
@@ -97,29 +130,82 @@ TEST(Files, CutAndForeignFilesGiveNull) {
         }
         WriteBytes("other", (f.format == tovFormatBMP ? "\x89PNG" : "BM") + std::string(100, '\0'));
         EXPECT_EQ(f.dibLoad(u"other"), nullptr);
+        for (const auto& side : {std::pair<uint32_t, uint32_t>{65537, 8}, {8, 65537}, {0x7FFFFFFF, 8},
+                                 {65500, 65500}, {65500, 16383}, {65536, 32}, {32, 65536}}) {
+            if (f.format == tovFormatJPG && std::max(side.first, side.second) > 65535) continue;  // 16-bit sides
+            SCOPED_TRACE(testing::Message() << side.first << "x" << side.second);
+            WriteBytes("big", f.declare(whole, side.first, side.second));
+            StartLog(8);
+            long allocations = PlatAllocationCount();
+            EXPECT_EQ(f.dibLoad(u"big"), nullptr);
+            EXPECT_LT(PlatAllocationCount() - allocations, f.setupAllocations);  // no picture
+            StopLog();
+            EXPECT_EQ(LogText().find("(DibCreateFromBitmapInfo)"), std::string::npos);
+        }
         WriteBytes("cut", whole);
         EXPECT_NE(Dib(f.dibLoad(u"cut")), nullptr);
     }
 }
 
-// A 24-bit bitmap (a BMP file can bring one in) has no grey conversion:
-// every save refuses it, makes no file and leaves it as it was.
+// Bytes changed at random (PNG checksums made right again, so that the
+// damage reaches the decoder): a whole bitmap or NULL, never a picture
+// padded over damage libjpeg reported, no leak; both ways out are taken.
+TEST(Files, DamagedFilesLoadWholeOrGiveNull) {
+    ScratchDir dir;
+    for (const char* sample : {"/pngsuite/basn3p04.png", "/pngsuite/basi0g04.png", "/pngsuite/s35i3p04.png",
+                               "/pngsuite/basn0g08.png", "/jpeg/hopper_gray.jpg", "/jpeg/skater-progressive.jpg",
+                               "/jpeg/testimgari.jpg", "/bmpsuite/g/pal4.bmp"}) {
+        SCOPED_TRACE(sample);
+        const std::string seed = ReadFileBytes(TestDataDir() + sample);
+        ASSERT_FALSE(seed.empty());
+        const char kind = std::string(sample)[1];  // p(ng), j(peg), b(mp)
+        std::mt19937 random(1234);
+        int loaded = 0;
+        const int rounds = 120;
+        for (int round = 0; round < rounds; ++round) {
+            std::string bytes = seed;
+            for (int i = 0, changes = 1 + int(random() % 4); i < changes; ++i) {
+                // The header and the first bytes of data are where damage matters most.
+                size_t at = random() % 2 ? random() % std::min<size_t>(bytes.size(), 200) : random() % bytes.size();
+                bytes[at] = char(random() % 3 ? random() : bytes[at] ^ (1 << (random() % 8)));
+            }
+            if (kind == 'p') FixPngChecksums(bytes);
+            WriteBytes("damaged", bytes);
+            LeakGuard guard;
+            Dib h(kind == 'p' ? DibPNGLoad(u"damaged") : kind == 'j' ? DibJPGLoad(u"damaged") : DibBMPLoad(u"damaged"));
+            if (!h) continue;
+            ++loaded;
+            EXPECT_EQ(DibIsValid(h), 0u) << round;
+            if (kind == 'j') {
+                EXPECT_FALSE(OracleJpeg(bytes).damaged) << round;
+            }
+        }
+        EXPECT_GT(loaded, 0);
+        EXPECT_LT(loaded, rounds);
+    }
+}
+
+// A 24-bit bitmap (a BMP file can bring one in) has no grey conversion,
+// whatever the size of its colour table: every save refuses it, makes no
+// file and leaves it as it was.
 TEST(Files, DeeperBitmapsAreRefusedWithoutAFile) {
     ScratchDir dir;
     LeakGuard guard;
-    struct {
-        BITMAPINFOHEADER header;
-        RGBQUAD colours[2];
-    } info = {{40, 5, 3, 1, 24, 0, 0, 0, 0, 2, 0}, {}};
-    Dib deep(DibCreateFromBitmapInfo(reinterpret_cast<BITMAPINFO*>(&info)));
-    ASSERT_NE(deep, nullptr);
-    std::vector<BYTE> pixels = StoreBytes(deep);
-    EXPECT_EQ(tovSavePNG(deep, u"deep"), DibErrorUnknown);
-    EXPECT_EQ(tovSaveJPG(deep, u"deep", 80), DibErrorUnknown);
-    EXPECT_EQ(tovSavePRN(deep, u"deep.prn", 0, 64, 0), DibErrorUnknown);
-    for (const char* name : {"deep.png", "deep.jpg", "deep.prn"}) EXPECT_FALSE(FileExists(name)) << name;
-    EXPECT_EQ(DibBitCount(deep), 24);
-    EXPECT_EQ(StoreBytes(deep), pixels);
+    for (DWORD colours : {2u, 256u}) {
+        SCOPED_TRACE(colours);
+        struct {
+            BITMAPINFOHEADER header;
+            RGBQUAD colours[256];
+        } info = {{40, 5, 3, 1, 24, 0, 0, 0, 0, colours, 0}, {}};
+        Dib deep(DibCreateFromBitmapInfo(reinterpret_cast<BITMAPINFO*>(&info)));
+        ASSERT_NE(deep, nullptr);
+        std::vector<BYTE> pixels = StoreBytes(deep);
+        EXPECT_EQ(tovSavePNG(deep, u"deep"), DibErrorUnknown);
+        EXPECT_EQ(tovSaveJPG(deep, u"deep", 80), DibErrorUnknown);
+        EXPECT_EQ(tovSavePRN(deep, u"deep.prn", 0, 64, 0), DibErrorUnknown);
+        for (const char* name : {"deep.png", "deep.jpg", "deep.prn"}) EXPECT_FALSE(FileExists(name)) << name;
+        EXPECT_EQ(StoreBytes(deep), pixels);
+    }
 }
 
 // 4 bits: JPEG's temporary is among the sites; libpng's, libjpeg's and
@@ -151,6 +237,40 @@ TEST(Files, AllocationFailureOnEverySaveAndLoadPath) {
             }
         });
         EXPECT_GT(loadSites, 3);
+    }
+}
+
+// A grey picture needs an info block (made once, first) and the bitmap; the
+// trace tells which of the two could not be made.
+TEST(Files, GreyLoadTracesWhichBlockFailed) {
+    const struct {
+        DWORD (*save)(const WCHAR*, HDIB);
+        HDIB (*load)(const WCHAR*);
+        const char *noInfo, *noBitmap;
+    } cases[] = {
+        {[](const WCHAR* n, HDIB h) { return DibPNGSave(n, h); }, DibPNGLoad, "<DibPNGLoad()=NULL (LocalAlloc:pbmi)\r",
+         "<DibPNGLoad()= NULL (DibCreateFromBitmapInfo)\r"},
+        {[](const WCHAR* n, HDIB h) { return DibJPGSave(n, 80, h); }, DibJPGLoad, "<DibJPGLoad()=NULL (LocalAlloc)\r",
+         "<DibJPGLoad()=NULL (DibCreateFromBitmapInfo)\r"},
+    };
+    ScratchDir dir;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.noInfo);
+        ASSERT_EQ(c.save(u"grey", Dib(MakePatterned(20, 6, 8, 1))), 0u);
+        std::vector<long> info, bitmap;  // the failing allocations that gave each line
+        long n = 0;
+        ForEachFailureAfterSetup([] { StartLog(8); return 0; }, [&](int) { return Dib(c.load(u"grey")); },
+                                 [&](int, const Dib&, bool) {
+            StopLog();
+            ++n;
+            for (const std::string& line : LogLines()) {
+                if (line == c.noInfo) info.push_back(n);
+                if (line == c.noBitmap) bitmap.push_back(n);
+            }
+        });
+        ASSERT_EQ(info.size(), 1u);
+        ASSERT_FALSE(bitmap.empty());
+        EXPECT_LT(info[0], bitmap[0]);
     }
 }
 
@@ -210,11 +330,16 @@ TEST(Files, TraceLines) {
     Dib h(MakePatterned(384, 2, 1));
     WriteBytes("junk.png", "not a png file");
     WriteBytes("junk.jpg", "not a jpeg");
+    std::string tall = ReadFileBytes(TestDataDir() + "/pngsuite/basn0g08.png");
+    PutBe(tall, 20, 65536, 4);
+    FixPngChecksums(tall);
+    WriteBytes("tall.png", tall);
     StartLog(8);
     ASSERT_EQ(tovSavePNG(h, u"tr"), 0u);
     Dib png(tovLoadPNG(u"tr"));
     EXPECT_EQ(tovLoadPNG(u"junk.png"), nullptr);
     EXPECT_EQ(tovLoadPNG(W(TestDataDir() + "/pngsuite/basn0g02.png").c_str()), nullptr);
+    EXPECT_EQ(tovLoadPNG(u"tall.png"), nullptr);
     ASSERT_EQ(tovSaveJPG(h, u"tr", 80), 0u);
     Dib jpg(tovLoadJPG(u"tr"));
     EXPECT_EQ(tovLoadJPG(u"junk"), nullptr);
@@ -235,6 +360,7 @@ TEST(Files, TraceLines) {
         "<tovLoadPNG()=" + Handle(png) + "\r",
         "<DibPNGLoad()=NULL (png_check_sig)\r",
         "<DibPNGLoad()=NULL (ibitdepth!=8,4,1)\r",
+        "<DibPNGLoad()=NULL (file size)\r",
         ">DibJPGSave(tr.jpg, 80, " + Handle(h) + ")\r",
         "<tovLoadJPG()=" + Handle(jpg) + "\r",
         "<DibJPGLoad()=NULL (Error=" + std::to_string(int(JERR_NO_SOI)) + ")\r",

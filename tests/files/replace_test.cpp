@@ -27,10 +27,6 @@ const Saver kSavers[] = {
 
 const std::string kOld = "the old file, which a failed save must leave alone";
 
-mode_t ModeOf(const char* path) {
-    struct stat st;
-    return stat(path, &st) == 0 ? st.st_mode & 07777 : 0;
-}
 
 }  // namespace
 
@@ -49,7 +45,8 @@ TEST(Replace, EveryFailedWriteKeepsTheOldFile) {
             PlatFailWrite(0);
             if (result == 0) {
                 EXPECT_NE(ReadFileBytes(s.file), kOld);
-                EXPECT_EQ(ModeOf(s.file), 0640u);
+                struct stat st = {};
+                EXPECT_EQ(stat(s.file, &st) == 0 ? st.st_mode & 07777 : 0, 0640u);
                 break;
             }
             ++failures;
@@ -61,43 +58,40 @@ TEST(Replace, EveryFailedWriteKeepsTheOldFile) {
     }
 }
 
-TEST(Replace, RefusedArgumentsAndFileSizeLimitKeepTheOldFile) {
+// A file size limit (ulimit -f) makes the writes themselves come up short.
+TEST(Replace, ShortWritesAndRefusedArgumentsKeepTheOldFile) {
     ScratchDir dir;
     Dib h(MakePatterned(600, 400, 8, 1));
     WriteBytes("old.prn", kOld);
     EXPECT_EQ(tovSavePRN(h, u"old.prn", 0, 0, 0), DWORD(DibErrorFileWrite));  // a printer of no bytes
     EXPECT_EQ(ReadFileBytes("old.prn"), kOld);
-    // A file size limit (ulimit -f) fails the write itself.
     struct sigaction ignore = {}, previous = {};
     ignore.sa_handler = SIG_IGN;
     ASSERT_EQ(sigaction(SIGXFSZ, &ignore, &previous), 0);
-    struct rlimit limit = {}, saved = {};
+    struct rlimit saved = {};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
-    limit = saved;
+    struct rlimit limit = saved;
     limit.rlim_cur = 4096;
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     for (const Saver& s : kSavers) {
-        SCOPED_TRACE(s.file);
         WriteBytes(s.file, kOld);
-        EXPECT_NE(s.save(h, W(s.file).c_str()), 0u);
-        EXPECT_EQ(ReadFileBytes(s.file), kOld);
+        EXPECT_NE(s.save(h, W(s.file).c_str()), 0u) << s.file;
+        EXPECT_EQ(ReadFileBytes(s.file), kOld) << s.file;
     }
     setrlimit(RLIMIT_FSIZE, &saved);
     sigaction(SIGXFSZ, &previous, nullptr);
 }
 
+// FIFOs are refused rather than waited on; the trace log loses its lines
+// instead of blocking the traced call.
 TEST(Replace, FifosAreRefusedWithoutWaiting) {
     ScratchDir dir;
     for (const char* name : {"pipe.bmp", "pipe.png", "pipe.jpg", "imaging.log"}) ASSERT_EQ(mkfifo(name, 0600), 0);
     LeakGuard guard;
-    EXPECT_EQ(tovLoadBMP(u"pipe"), nullptr);
-    EXPECT_EQ(tovLoadPNG(u"pipe"), nullptr);
-    EXPECT_EQ(tovLoadJPG(u"pipe"), nullptr);
-    // The trace log loses its lines instead of blocking the traced call.
+    for (auto load : {tovLoadBMP, tovLoadPNG, tovLoadJPG}) EXPECT_EQ(load(u"pipe"), nullptr);
     tovConfigDebug(1, 10, tovDebugFile);
     Dib h(tovCreateHDIBExt(8, 8, 0, 8));
     EXPECT_NE(h.h, nullptr);
-    // A FIFO is no place for a picture either.
     EXPECT_EQ(tovSaveBMP(h, u"pipe.bmp"), DWORD(DibErrorFileCreation));
     tovConfigDebug(0, 5, tovDebugFile);
 }
@@ -105,13 +99,11 @@ TEST(Replace, FifosAreRefusedWithoutWaiting) {
 TEST(Replace, NamesThatAreNotUtf16ReachNoFile) {
     ScratchDir dir;
     Dib h(MakePatterned(9, 4, 8));
-    const std::u16string loneHigh = u"s\xD800.bmp", loneLow = u"s\xDFFF.bmp", swapped = u"s\xDC00\xD800.bmp";
-    for (const std::u16string& name : {loneHigh, loneLow, swapped}) {
-        EXPECT_EQ(tovSaveBMP(h, name.c_str()), DWORD(DibErrorFileCreation));
-        EXPECT_EQ(tovLoadBMP(name.c_str()), nullptr);
+    for (const char16_t* name : {u"s\xD800.bmp", u"s\xDFFF.bmp", u"s\xDC00\xD800.bmp"}) {
+        EXPECT_EQ(tovSaveBMP(h, name), DWORD(DibErrorFileCreation));
+        EXPECT_EQ(tovLoadBMP(name), nullptr);
     }
     EXPECT_EQ(FilesIn(".", "").size(), 0u);
-    const std::u16string pair = u"s\xD83D\xDE00.bmp";  // one character beyond the first plane
-    ASSERT_EQ(tovSaveBMP(h, pair.c_str()), 0u);
+    ASSERT_EQ(tovSaveBMP(h, u"s\xD83D\xDE00.bmp"), 0u);  // one character beyond the first plane
     EXPECT_TRUE(FileExists("s\xF0\x9F\x98\x80.bmp"));
 }

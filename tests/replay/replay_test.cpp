@@ -80,25 +80,22 @@ TEST_P(Replay, EveryCaseLoadsOrFailsCleanly) {
     ScratchDir dir;
     const std::string name = std::string("case.") + l.ext;
     const std::u16string wide = W(name);
-    int loaded = 0;
     for (const fs::path& c : cases) {
         SCOPED_TRACE(c.filename().string());
         WriteBytes(dir.File(name), ReadFileBytes(c.string()));
         {
             LeakGuard guard;
             Dib h(l.load(wide.c_str()));
-            if (h) ReadThrough(h), ++loaded;
+            if (h) ReadThrough(h);
         }
-        long sites = ForEachAllocationFailure([&](long n) {
+        ForEachAllocationFailure([&](long n) {
             SCOPED_TRACE("allocation " + std::to_string(n) + " fails");
             LeakGuard guard;
             Dib h(l.load(wide.c_str()));
             PlatFailAllocation(0);
             if (h) ReadThrough(h);
         });
-        EXPECT_GE(sites, 0);
     }
-    RecordProperty("loaded", loaded);
 }
 
 INSTANTIATE_TEST_SUITE_P(Loaders, Replay, ::testing::ValuesIn(kLoaders),
