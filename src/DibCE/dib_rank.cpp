@@ -323,12 +323,21 @@ inline BYTE* InMemoryOrder(HDIB hdib, LONG height, LONG k) { return hdib->ppRow[
 class RowFiller {
 public:
     static constexpr LONG kRing = 4;
+    static constexpr LONG kAhead = 4;
     RowFiller(HDIB target, HDIB copy, DWORD bitcount, LONG width, LONG height)
         : target_(target), copy_(copy), stride_(static_cast<size_t>(DibRowBytes(width, bitcount))),
           height_(height), ring_(height < kRing ? height : kRing) {}
     // Rows up to k (below the height) of the memory order have been copied.
     void Through(LONG k) {
-        for (; filled_ <= k; ++filled_) memcpy(Row(filled_), InMemoryOrder(target_, height_, filled_), stride_);
+        for (; filled_ <= k; ++filled_) {
+            memcpy(Row(filled_), InMemoryOrder(target_, height_, filled_), stride_);
+            // The processor's own prefetching stops at page ends, and a wide
+            // row is a page or more: ask for the row after next in advance.
+            if (filled_ + kAhead < height_) {
+                const BYTE* next = InMemoryOrder(target_, height_, filled_ + kAhead);
+                for (size_t i = 0; i < stride_; i += 64) __builtin_prefetch(next + i);
+            }
+        }
     }
     // Row k of the memory order as it was, once copied and while a pass may read it.
     BYTE* Row(LONG k) const { return InMemoryOrder(copy_, height_, k % ring_); }
