@@ -8,8 +8,7 @@
 #if defined(__GNUC__) && defined(__x86_64__)
 #include <immintrin.h>
 
-#pragma GCC push_options
-#pragma GCC target("avx2")
+DIB_TARGET_BEGIN_AVX2
 namespace conv256 {
 
 struct V {
@@ -40,10 +39,9 @@ struct V {
 #include "dib_convolve_rows.inc"
 
 }  // namespace conv256
-#pragma GCC pop_options
+DIB_TARGET_END
 
-#pragma GCC push_options
-#pragma GCC target("avx512f,avx512bw")
+DIB_TARGET_BEGIN_AVX512BW
 namespace conv512 {
 
 struct V {
@@ -77,7 +75,7 @@ struct V {
 #include "dib_convolve_rows.inc"
 
 }  // namespace conv512
-#pragma GCC pop_options
+DIB_TARGET_END
 
 #define CONV_HAVE_VECTOR_ROWS 1
 #endif

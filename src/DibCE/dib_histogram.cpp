@@ -115,8 +115,7 @@ void CountNearPortable(BYTE* const* rows, size_t height, size_t width, const BYT
     }
 
 namespace near256 {
-#pragma GCC push_options
-#pragma GCC target("avx2")
+DIB_TARGET_BEGIN_AVX2
 using T = __m256i;
 constexpr size_t kStep = 32;
 inline T Set1(char v) { return _mm256_set1_epi8(v); }
@@ -150,12 +149,11 @@ void CountNear(BYTE* const* rows, size_t height, size_t width, const BYTE* base,
 #undef TAIL
 #undef FLUSH
 }
-#pragma GCC pop_options
+DIB_TARGET_END
 }  // namespace near256
 
 namespace near512 {
-#pragma GCC push_options
-#pragma GCC target("avx512f,avx512bw")
+DIB_TARGET_BEGIN_AVX512BW
 using T = __m512i;
 constexpr size_t kStep = 64;
 inline T Set1(char v) { return _mm512_set1_epi8(v); }
@@ -204,7 +202,7 @@ void CountNear(BYTE* const* rows, size_t height, size_t width, const BYTE* base,
 #undef TAIL
 #undef FLUSH
 }
-#pragma GCC pop_options
+DIB_TARGET_END
 }  // namespace near512
 #undef HIST_NEAR_FLUSH
 #undef HIST_NEAR_BODY

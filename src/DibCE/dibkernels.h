@@ -9,6 +9,20 @@
 #include <stddef.h>
 #include <tovrel/platform.h>
 
+/* A region of code compiled for an instruction set, with either compiler:
+ * GCC's target pragmas or clang's attribute region (the fuzzing build). */
+#if defined(__clang__)
+#define DIB_TARGET_BEGIN_AVX2 \
+    _Pragma("clang attribute push(__attribute__((target(\"avx2\"))), apply_to = function)")
+#define DIB_TARGET_BEGIN_AVX512BW \
+    _Pragma("clang attribute push(__attribute__((target(\"avx512f,avx512bw\"))), apply_to = function)")
+#define DIB_TARGET_END _Pragma("clang attribute pop")
+#else
+#define DIB_TARGET_BEGIN_AVX2 _Pragma("GCC push_options") _Pragma("GCC target(\"avx2\")")
+#define DIB_TARGET_BEGIN_AVX512BW _Pragma("GCC push_options") _Pragma("GCC target(\"avx512f,avx512bw\")")
+#define DIB_TARGET_END _Pragma("GCC pop_options")
+#endif
+
 #ifdef __cplusplus
 extern "C" {
 #endif
