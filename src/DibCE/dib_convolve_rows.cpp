@@ -66,8 +66,8 @@ struct V {
         _mm512_storeu_si512(out, _mm512_maskz_permutexvar_epi64(0xFF, order, _mm512_packus_epi16(lo, hi)));
     }
     static void StoreAbove(T lo, T hi, T limit, BYTE* out) {
-        const __mmask64 m = (__mmask64)_mm512_cmpgt_epi16_mask(lo, limit) |
-                            ((__mmask64)_mm512_cmpgt_epi16_mask(hi, limit) << 32);
+        const __mmask64 m = static_cast<__mmask64>(_mm512_cmpgt_epi16_mask(lo, limit)) |
+                            (static_cast<__mmask64>(_mm512_cmpgt_epi16_mask(hi, limit)) << 32);
         _mm512_storeu_si512(out, _mm512_movm_epi8(m));
     }
 };

@@ -180,7 +180,7 @@ template <bool Four>
 void CountNear(BYTE* const* rows, size_t height, size_t width, const BYTE* base, unsigned long long* counts) {
     const size_t full = width & ~(kStep - 1);
     // The last, partial step of a row loads and adds only the row's bytes.
-    const __mmask64 in = width > full ? ((__mmask64)1 << (width - full)) - 1 : 0;
+    const __mmask64 in = width > full ? (static_cast<__mmask64>(1) << (width - full)) - 1 : 0;
     const unsigned long long extra[8] = {0};
 #define FLUSH HIST_NEAR_FLUSH
 #define TAIL                                                                                  \
@@ -365,29 +365,6 @@ DWORD HistogramFrame(HDIB hdib, DWORD* counters, Fill fill) {
 
 extern "C" void DibCountRows8(BYTE* const* rows, size_t height, size_t width, DWORD* counters) {
     CountRowsEvery(rows, 0, 1, height, width, counters);
-}
-
-extern "C" BOOL DibCountNear8With(int way, BYTE* const* rows, size_t height, size_t width, const BYTE* base,
-                                  int per, unsigned long long* counts) {
-    if ((per != 2 && per != 4) || !DibCpuHas(way)) return FALSE;
-    switch (way) {
-#ifdef HIST_HAVE_X86_PATHS
-    case DIB_CPU_AVX512:
-        if (per == 4)
-            near512::CountNear<true>(rows, height, width, base, counts);
-        else
-            near512::CountNear<false>(rows, height, width, base, counts);
-        return TRUE;
-    case DIB_CPU_AVX2:
-        if (per == 4)
-            near256::CountNear<true>(rows, height, width, base, counts);
-        else
-            near256::CountNear<false>(rows, height, width, base, counts);
-        return TRUE;
-#endif
-    case DIB_CPU_PORTABLE: CountNearPortable(rows, height, width, base, per, counts); return TRUE;
-    default: return FALSE;
-    }
 }
 
 extern "C" void DibCountNear8(BYTE* const* rows, size_t height, size_t width, const BYTE* base, int per,

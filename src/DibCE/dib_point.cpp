@@ -71,7 +71,7 @@ void TableRowsVbmi(const BYTE* table, BYTE* const* rows, size_t height, size_t n
     const __m512i t1 = _mm512_loadu_si512(table + 64);
     const __m512i t2 = _mm512_loadu_si512(table + 128);
     const __m512i t3 = _mm512_loadu_si512(table + 192);
-    const __mmask64 tail = n % 64 ? ((__mmask64)1 << (n % 64)) - 1 : 0;
+    const __mmask64 tail = n % 64 ? (static_cast<__mmask64>(1) << (n % 64)) - 1 : 0;
     for (size_t y = 0; y < height; ++y) {
         BYTE* row = rows[y];
         size_t i = 0;

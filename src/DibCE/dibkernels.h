@@ -71,11 +71,6 @@ void DibCountRows8(BYTE* const* rows, size_t height, size_t width, DWORD* counte
  * counts every pixel. */
 void DibCountNear8(BYTE* const* rows, size_t height, size_t width, const BYTE* base, int per,
                    unsigned long long* counts);
-/* One way of it (DIB_CPU_PORTABLE, DIB_CPU_AVX2 or DIB_CPU_AVX512), for tests
- * and benchmarks; FALSE, with nothing done, when this processor lacks it or
- * per is neither 2 nor 4. */
-BOOL DibCountNear8With(int way, BYTE* const* rows, size_t height, size_t width, const BYTE* base, int per,
-                       unsigned long long* counts);
 
 /* 3x3 windows over three rows of one byte a pixel (dib_rank.cpp). Each row
  * holds n + 2 values; out[i] gets the result for the window centred on
