@@ -72,6 +72,33 @@ void CopyPixelRun(BYTE* dst, const BYTE* src, int64_t sx, LONG count, int bpp) {
     }
 }
 
+// Rows a and b exchange their first `width` pixels; bits past them stay.
+// Sixteen bytes of each row at a time pass through registers, so each byte
+// is read once and written once.
+void SwapPixelRuns(BYTE* a, BYTE* b, LONG width, int bpp) {
+    const int64_t nbits = static_cast<int64_t>(width) * bpp;
+    const size_t full = static_cast<size_t>(nbits / 8);
+    const LONG rest = static_cast<LONG>(nbits % 8);
+    size_t i = 0;
+    for (; i + 16 <= full; i += 16) {
+        BYTE t[16], u[16];
+        memcpy(t, a + i, 16);
+        memcpy(u, b + i, 16);
+        memcpy(a + i, u, 16);
+        memcpy(b + i, t, 16);
+    }
+    for (; i < full; ++i) {
+        const BYTE t = a[i];
+        a[i] = b[i];
+        b[i] = t;
+    }
+    if (rest) {
+        const BYTE t = a[full];
+        MergeByte(a + full, b[full], TailKeep(rest));
+        MergeByte(b + full, t, TailKeep(rest));
+    }
+}
+
 // dst pixel x takes src pixel width-1-x, for x from 0 to width-1.
 void MirrorRow(BYTE* dst, const BYTE* src, LONG width, int bpp) {
     if (bpp == 8) {
@@ -213,11 +240,11 @@ DWORD CheckGeometry(HDIB hdib, int* bpp) {
     return DibOk;
 }
 
-// Both flips from the working copy: each row either from the opposite row
-// (upside down) or from itself mirrored (left to right). A row about to be
-// overwritten passes through the copy's first row, which stays in the
-// first-level cache: it is copied there just before it is read back, and
-// no other row of the copy is ever read, so none is written.
+// Both flips make the working copy (its traces, and its failure as 6), but
+// write only what they read back: upside down, the two rows of a pair
+// change places through registers, so the copy is never written; left to
+// right, each row passes through the copy's first row, which stays in the
+// first-level cache, just before it is mirrored back.
 DWORD Flip(HDIB hdib, bool upsideDown) {
     int bpp = 0;
     if (CheckGeometry(hdib, &bpp) != DibOk) return DibErrorInvalidDIB;
@@ -229,13 +256,8 @@ DWORD Flip(HDIB hdib, bool upsideDown) {
     BYTE* const* dst = hdib->ppRow;
     BYTE* const a = copy->ppRow[0];
     if (upsideDown) {
-        // Row z is still as it was when it goes to row y; only row y, which
-        // that overwrites, needs its pass through the copy.
-        for (LONG y = 0, z = height - 1; y < z; ++y, --z) {  // the middle row stays
-            memcpy(a, dst[y], stride);
-            CopyPixelRun(dst[y], dst[z], 0, width, bpp);
-            CopyPixelRun(dst[z], a, 0, width, bpp);
-        }
+        for (LONG y = 0, z = height - 1; y < z; ++y, --z)  // the middle row stays
+            SwapPixelRuns(dst[y], dst[z], width, bpp);
     } else {
         for (LONG y = 0; y < height; ++y) {
             memcpy(a, dst[y], stride);
