@@ -1,17 +1,48 @@
 // JPEG files: the public JPEG samples against libjpeg's own decompressor,
 // saved files read back by libjpeg, the temporary of other depths and short
-// tables, quality, and scans cut short.
+// tables, quality.
 #include "filestest.h"
 
-#include <cstdio>
-#include <cstdlib>
+#include <csetjmp>
+#include <cstring>
 #include <set>
 
-using namespace filestest;
+#include <jerror.h>
+#include <jpeglib.h>
 
 namespace {
 
-std::string SampleDir() { return TestDataDir() + "/jpeg"; }
+struct OracleError {
+    jpeg_error_mgr pub;
+    jmp_buf jump;
+    bool damaged = false;
+};
+
+// Damage as libjpeg words it: the data ran out, or "Corrupt JPEG data: ...".
+void OracleEmit(j_common_ptr cinfo, int level) {
+    char text[JMSG_LENGTH_MAX];
+    cinfo->err->format_message(cinfo, text);
+    if (level < 0 && (cinfo->err->msg_code == JWRN_JPEG_EOF || std::strncmp(text, "Corrupt JPEG data", 17) == 0))
+        reinterpret_cast<OracleError*>(cinfo->err)->damaged = true;
+}
+
+// Kept out of the function with setjmp, so that no destructor is jumped over.
+bool DecodeRows(jpeg_decompress_struct* cinfo, OracleError* err, Decoded* d) {
+    if (setjmp(err->jump)) return false;
+    jpeg_read_header(cinfo, TRUE);
+    cinfo->out_color_space = JCS_GRAYSCALE;
+    d->components = cinfo->num_components;
+    jpeg_start_decompress(cinfo);
+    d->width = cinfo->output_width;
+    d->height = cinfo->output_height;
+    d->samples.resize(size_t(d->width) * d->height);
+    while (cinfo->output_scanline < cinfo->output_height) {
+        JSAMPROW row = d->samples.data() + size_t(cinfo->output_scanline) * d->width;
+        jpeg_read_scanlines(cinfo, &row, 1);
+    }
+    jpeg_finish_decompress(cinfo);
+    return true;
+}
 
 void ExpectPixels(HDIB h, const Decoded& d) {
     ASSERT_EQ(DibWidth(h), LONG(d.width));
@@ -33,15 +64,35 @@ HDIB MakeSmooth(LONG width, LONG height) {
 
 }  // namespace
 
+Decoded filestest::OracleJpeg(const std::string& bytes) {
+    Decoded d;
+    jpeg_decompress_struct cinfo;
+    OracleError err;
+    cinfo.err = jpeg_std_error(&err.pub);
+    err.pub.error_exit = [](j_common_ptr c) { longjmp(reinterpret_cast<OracleError*>(c->err)->jump, 1); };
+    err.pub.emit_message = OracleEmit;
+    jpeg_create_decompress(&cinfo);
+    jpeg_mem_src(&cinfo, reinterpret_cast<const unsigned char*>(bytes.data()), (unsigned long)bytes.size());
+    d.ok = DecodeRows(&cinfo, &err, &d);
+    if (!d.ok) {
+        char text[JMSG_LENGTH_MAX];
+        err.pub.format_message(reinterpret_cast<j_common_ptr>(&cinfo), text);
+        d.message = text;
+    }
+    d.damaged = err.damaged;
+    jpeg_destroy_decompress(&cinfo);
+    return d;
+}
+
 // Grey and colour files of every coding load (colour as luminance); 12 bits,
 // CMYK and a cut file, where libjpeg itself fails or runs out, do not.
 TEST(Jpeg, SamplesLoadAsLibjpegsGreyOrRefuse) {
-    std::vector<std::string> files = FilesIn(SampleDir(), ".jpg");
+    std::vector<std::string> files = FilesIn(TestDataDir() + "/jpeg", ".jpg");
     ASSERT_GE(files.size(), 9u);
     std::set<std::string> loaded;
     for (const std::string& path : files) {
         SCOPED_TRACE(BaseName(path));
-        DecodedJpeg oracle = OracleJpeg(ReadFileBytes(path));
+        Decoded oracle = OracleJpeg(ReadFileBytes(path));
         LeakGuard guard;
         Dib h(tovLoadJPG(W(path).c_str()));
         ASSERT_EQ(h != nullptr, oracle.ok && !oracle.damaged);
@@ -62,38 +113,36 @@ TEST(Jpeg, SamplesLoadAsLibjpegsGreyOrRefuse) {
 TEST(Jpeg, SavedFilesReadBackByLibjpeg) {
     ScratchDir dir;
     LeakGuard guard;
-    for (DWORD bits : kDepths) {
+    for (DWORD bits : kDepths)
         for (LONG width : kWidths) {
             SCOPED_TRACE(testing::Message() << bits << " bits, width " << width);
-            Dib h(bits == 8 ? MakeSmooth(width, 9) : MakePatterned(width, 9, bits, 5));
+            Dib h(bits == 8 ? MakeSmooth(width, 9) : MakePatterned(width, 9, bits, 5)), eight(DibCreateCopy(h));
             std::vector<BYTE> before = StoreBytes(h);
             ASSERT_EQ(tovSaveJPG(h, u"pic", 100), 0u);
             EXPECT_EQ(DibBitCount(h), bits);
             EXPECT_EQ(StoreBytes(h), before);
             std::string bytes = ReadFileBytes("pic.jpg");
-            DecodedJpeg d = OracleJpeg(bytes);
+            Decoded d = OracleJpeg(bytes);
             ASSERT_TRUE(d.ok && !d.damaged) << d.message;
             EXPECT_EQ(d.components, 1);
             Dib back(tovLoadJPG(u"pic.jpg"));
             ASSERT_NE(back, nullptr);
             ExpectPixels(back, d);
-            Dib eight(DibCreateCopy(h));
             ASSERT_EQ(DibConvert(eight, 8), 0u);
-            if (bits == 8) {
+            if (bits != 8) {
+                ASSERT_EQ(tovSaveJPG(eight, u"eight", 100), 0u);
+                EXPECT_EQ(ReadFileBytes("eight.jpg"), bytes);
+            } else {
                 for (LONG y = 0; y < 9; ++y)
                     for (LONG x = 0; x < width; ++x)
                         EXPECT_LE(std::abs(int(StorePixel(eight, x, y)) - int(d.samples[y * width + x])), 2);
-            } else {
-                ASSERT_EQ(tovSaveJPG(eight, u"eight", 100), 0u);
-                EXPECT_EQ(ReadFileBytes("eight.jpg"), bytes);
             }
         }
-    }
 }
 
 // An 8-bit bitmap with a short colour table goes through the temporary; its
-// bytes are written as they stand.
-TEST(Jpeg, ShortColourTableWritesTheSamePicture) {
+// bytes are written as they stand. Quality runs 0 to 100, and tells.
+TEST(Jpeg, ShortColourTableAndQuality) {
     ScratchDir dir;
     LeakGuard guard;
     Dib h(MakeSmooth(40, 30));
@@ -109,31 +158,11 @@ TEST(Jpeg, ShortColourTableWritesTheSamePicture) {
     ASSERT_EQ(tovSaveJPG(shortTable, u"short", 75), 0u);
     EXPECT_EQ(ReadFileBytes("short.jpg"), ReadFileBytes("full.jpg"));
     EXPECT_EQ(DibNumColors(shortTable), 16u);
-}
-
-TEST(Jpeg, QualityRange) {
-    ScratchDir dir;
-    LeakGuard guard;
-    Dib h(MakePatterned(64, 48, 8, 1));
     for (DWORD quality : {0u, 1u, 100u, 101u, 0xFFFFFFFFu}) {
         std::remove("qq.jpg");
-        DWORD expected = quality <= 100 ? 0 : DibErrorInvalidParm;
-        EXPECT_EQ(tovSaveJPG(h, u"qq", quality), expected) << quality;
-        EXPECT_EQ(FileExists("qq.jpg"), expected == 0) << quality;
+        EXPECT_EQ(tovSaveJPG(h, u"qq", quality), quality <= 100 ? 0 : DibErrorInvalidParm) << quality;
+        EXPECT_EQ(FileExists("qq.jpg"), quality <= 100) << quality;
     }
     ASSERT_EQ(tovSaveJPG(h, u"low", 10), 0u);
-    ASSERT_EQ(tovSaveJPG(h, u"high", 95), 0u);
-    EXPECT_LT(ReadFileBytes("low.jpg").size(), ReadFileBytes("high.jpg").size());
-}
-
-// A scan cut short and closed by an end marker is damage, not a picture
-// padded with grey.
-TEST(Jpeg, ScanCutShortBeforeTheEndMarkerIsRefused) {
-    ScratchDir dir;
-    const std::string sample = ReadFileBytes(SampleDir() + "/hopper_gray.jpg");
-    const size_t sos = sample.find("\xFF\xDA");
-    ASSERT_NE(sos, std::string::npos);
-    WriteBytes("cut.jpg", sample.substr(0, sos + (sample.size() - sos) / 2) + "\xFF\xD9");
-    LeakGuard guard;
-    EXPECT_EQ(tovLoadJPG(u"cut.jpg"), nullptr);
+    EXPECT_LT(ReadFileBytes("low.jpg").size(), ReadFileBytes("full.jpg").size());
 }
