@@ -16,7 +16,6 @@ struct Decoded {
     uint32_t width = 0, height = 0;
     int components = 0;
     std::vector<BYTE> samples;  // rows top first, no padding
-    std::string message;
 };
 // Recomputes every chunk checksum that the layout still lets one find.
 void FixPngChecksums(std::string& bytes);

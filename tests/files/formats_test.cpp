@@ -19,43 +19,30 @@ void PutBe(std::string& b, size_t at, uint32_t v, int bytes) {
 
 std::string Handle(const void* p) { return std::to_string(reinterpret_cast<intptr_t>(p)); }
 
-struct Format {
+const struct Format {
     const char* ext;
     const char* sample;  // a sound file of the public suites
     DWORD format;
-    DWORD (*save)(HDIB, const WCHAR*);     // the export, extension added
     DWORD (*dibSave)(const WCHAR*, HDIB);  // the file layer, name as given
-    HDIB (*load)(const WCHAR*);
     HDIB (*dibLoad)(const WCHAR*);
-    DWORD fullMedium;  // the code of a write that fails
+    DWORD fullMedium;       // the code of a write that fails
     long setupAllocations;  // a refused header's, at most
-    // The sample with its header declaring a picture of width x height.
-    std::string (*declare)(std::string sample, uint32_t width, uint32_t height);
+} kFormats[] = {
+    {"png", "/pngsuite/basi0g04.png", tovFormatPNG, DibPNGSave, DibPNGLoad, DibErrorUnknown, 40},
+    {"jpg", "/jpeg/hopper_gray.jpg", tovFormatJPG, [](const WCHAR* n, HDIB h) { return DibJPGSave(n, 80, h); },
+     DibJPGLoad, DibErrorUnknown, 10},
+    {"bmp", "/bmpsuite/g/pal8.bmp", tovFormatBMP, DibBMPSave, DibBMPLoad, DibErrorFileWrite, 10},
 };
 
-const Format kFormats[] = {
-    {"png", "/pngsuite/basi0g04.png", tovFormatPNG, [](HDIB h, const WCHAR* n) { return tovSavePNG(h, n); },
-     [](const WCHAR* n, HDIB h) { return DibPNGSave(n, h); }, tovLoadPNG, DibPNGLoad, DibErrorUnknown, 40,
-     [](std::string b, uint32_t w, uint32_t h) {
-         PutBe(b, 16, w, 4);
-         PutBe(b, 20, h, 4);
-         FixPngChecksums(b);
-         return b;
-     }},
-    {"jpg", "/jpeg/hopper_gray.jpg", tovFormatJPG, [](HDIB h, const WCHAR* n) { return tovSaveJPG(h, n, 80); },
-     [](const WCHAR* n, HDIB h) { return DibJPGSave(n, 80, h); }, tovLoadJPG, DibJPGLoad, DibErrorUnknown, 10,
-     [](std::string b, uint32_t w, uint32_t h) {
-         const size_t sof = b.find("\xFF\xC0");
-         PutBe(b, sof + 5, h, 2);
-         PutBe(b, sof + 7, w, 2);
-         return b;
-     }},
-    {"bmp", "/bmpsuite/g/pal8.bmp", tovFormatBMP, tovSaveBMP, DibBMPSave, tovLoadBMP, DibBMPLoad, DibErrorFileWrite, 10,
-     [](std::string b, uint32_t w, uint32_t h) {
-         for (int i = 0; i < 4; ++i) b[18 + i] = char(w >> 8 * i), b[22 + i] = char(h >> 8 * i), b[34 + i] = 0;
-         return b;  // biSizeImage 0: the rows' own size
-     }},
-};
+// The sample with its header declaring a picture of width x height.
+std::string Declare(const Format& f, std::string b, uint32_t w, uint32_t h) {
+    if (f.format == tovFormatPNG) PutBe(b, 16, w, 4), PutBe(b, 20, h, 4), FixPngChecksums(b);
+    const size_t sof = b.find("\xFF\xC0");
+    if (f.format == tovFormatJPG) PutBe(b, sof + 5, h, 2), PutBe(b, sof + 7, w, 2);
+    for (int i = 0; i < 4 && f.format == tovFormatBMP; ++i)  // biSizeImage 0: the rows' own size
+        b[18 + i] = char(w >> 8 * i), b[22 + i] = char(h >> 8 * i), b[34 + i] = 0;
+    return b;
+}
 
 }  // namespace
 
@@ -80,22 +67,33 @@ TEST(Files, BadNamesAndMediaGiveTheirCodes) {
         };
         for (const auto& c : cases) {
             SCOPED_TRACE(&c - cases);
-            EXPECT_EQ(f.save(h, c.name), c.expected);
             EXPECT_EQ(tovSave(h, c.name, f.format, 80), c.expected);
-            EXPECT_EQ(f.load(c.name), nullptr);
+            EXPECT_EQ(tovLoad(c.name, f.format), nullptr);
         }
         EXPECT_EQ(f.dibSave(nullptr, h), DibErrorInvalidParm);
         EXPECT_EQ(f.dibSave(u"/dev/full", h), f.fullMedium);
         EXPECT_EQ(f.dibLoad(nullptr), nullptr);
-        EXPECT_EQ(f.load(u"missing"), nullptr);
-        EXPECT_EQ(f.save(nullptr, u"xy"), DibErrorInvalidDIB);
-        EXPECT_EQ(f.save(reinterpret_cast<HDIB>(longName.data()), u"xy"), DibErrorInvalidDIB);
-        EXPECT_FALSE(FileExists("xy" + ext) || FileExists("a" + ext));
+        EXPECT_EQ(tovLoad(u"missing", f.format), nullptr);
+        EXPECT_EQ(tovSave(nullptr, u"xy", f.format, 80), DibErrorInvalidDIB);
+        EXPECT_EQ(tovSave(reinterpret_cast<HDIB>(longName.data()), u"xy", f.format, 80), DibErrorInvalidDIB);
+        // A 24-bit bitmap (a BMP file can bring one in) has no grey form, whatever its
+        // colour table: refused with no file, left as it was.
+        struct {
+            BITMAPINFOHEADER header;
+            RGBQUAD colours[256];
+        } info = {{40, 5, 3, 1, 24, 0, 0, 0, 0, f.format == tovFormatJPG ? 256u : 2u, 0}, {}};
+        Dib deep(DibCreateFromBitmapInfo(reinterpret_cast<BITMAPINFO*>(&info)));
+        const std::vector<BYTE> pixels = StoreBytes(deep);
+        EXPECT_EQ(tovSave(deep, u"deep", f.format, 80), f.format == tovFormatBMP ? DibOk : DibErrorUnknown);
+        EXPECT_EQ(tovSavePRN(deep, u"deep.prn", 0, 64, 0), DibErrorUnknown);
+        EXPECT_EQ(StoreBytes(deep), pixels);
+        EXPECT_EQ(FileExists("deep" + ext), f.format == tovFormatBMP);
+        EXPECT_FALSE(FileExists("xy" + ext) || FileExists("a" + ext) || FileExists("deep.prn"));
         // The extension is added on both ways; the caller's text stays.
         WCHAR mine[] = u"mine";
-        ASSERT_EQ(f.save(h, mine), 0u);
+        ASSERT_EQ(tovSave(h, mine, f.format, 80), 0u);
         EXPECT_EQ(N(mine), "mine");
-        EXPECT_NE(Dib(f.load(mine)), nullptr);
+        EXPECT_NE(Dib(tovLoad(mine, f.format)), nullptr);
     }
 }
 
@@ -123,7 +121,7 @@ TEST(Files, CutForeignAndOverdeclaredFilesGiveNull) {
                                  {65500, 65500}, {65500, 16383}, {65536, 32}, {32, 65536}}) {
             if (f.format == tovFormatJPG && std::max(side.first, side.second) > 65535) continue;  // 16-bit sides
             SCOPED_TRACE(testing::Message() << side.first << "x" << side.second);
-            WriteBytes("big", f.declare(whole, side.first, side.second));
+            WriteBytes("big", Declare(f, whole, side.first, side.second));
             StartLog(8);
             long allocations = PlatAllocationCount();
             EXPECT_EQ(f.dibLoad(u"big"), nullptr);
@@ -173,28 +171,6 @@ TEST(Files, DamagedFilesLoadWholeOrGiveNull) {
     }
 }
 
-// A 24-bit bitmap (a BMP file can bring one in) has no grey conversion,
-// whatever the size of its colour table: every save refuses it, makes no
-// file and leaves it as it was.
-TEST(Files, DeeperBitmapsAreRefusedWithoutAFile) {
-    ScratchDir dir;
-    LeakGuard guard;
-    for (DWORD colours : {2u, 256u}) {
-        struct {
-            BITMAPINFOHEADER header;
-            RGBQUAD colours[256];
-        } info = {{40, 5, 3, 1, 24, 0, 0, 0, 0, colours, 0}, {}};
-        Dib deep(DibCreateFromBitmapInfo(reinterpret_cast<BITMAPINFO*>(&info)));
-        ASSERT_NE(deep, nullptr);
-        std::vector<BYTE> pixels = StoreBytes(deep);
-        EXPECT_EQ(tovSavePNG(deep, u"deep"), DibErrorUnknown);
-        EXPECT_EQ(tovSaveJPG(deep, u"deep", 80), DibErrorUnknown);
-        EXPECT_EQ(tovSavePRN(deep, u"deep.prn", 0, 64, 0), DibErrorUnknown);
-        EXPECT_EQ(FilesIn(".", "").size(), 0u);
-        EXPECT_EQ(StoreBytes(deep), pixels);
-    }
-}
-
 // 4 bits: JPEG's temporary is among the sites; libpng's, libjpeg's and
 // zlib's own allocations too. A grey load needs an info block (made once,
 // first) and the bitmap; the trace tells which of the two could not be made.
@@ -235,17 +211,18 @@ TEST(Files, AllocationFailureOnEverySaveAndLoadPath) {
     }
 }
 
-// No state is shared between calls: each thread gets its own pictures back.
-TEST(Files, TwoThreadsSaveAndLoadAtOnce) {
+// No state is shared between calls: each thread gets its own pictures back,
+// through the format switch.
+TEST(Files, TwoThreadsSaveAndLoadAtOnceThroughTheFormatSwitch) {
     ScratchDir dir;
     long before = PlatLiveObjects();
     auto work = [](int id, bool* ok) {
         Dib h(MakePatterned(37 + id, 23, id ? 8 : 1, DWORD(id)));
+        const std::u16string name = W("thread" + std::to_string(id));
         for (const Format& f : kFormats) {
-            std::u16string name = W("thread" + std::to_string(id) + "." + f.ext);
             std::vector<BYTE> want;
             for (int i = 0; i < 60 && *ok; ++i) {
-                Dib back(f.dibSave(name.c_str(), h) == DibOk ? f.dibLoad(name.c_str()) : nullptr);
+                Dib back(tovSave(h, name.c_str(), f.format, 90) == DibOk ? tovLoad(name.c_str(), f.format) : nullptr);
                 if (!back || (!want.empty() && StoreBytes(back) != want)) *ok = false;
                 else if (want.empty()) want = StoreBytes(back);
             }
@@ -258,24 +235,12 @@ TEST(Files, TwoThreadsSaveAndLoadAtOnce) {
     b.join();
     EXPECT_TRUE(ok0 && ok1);
     EXPECT_EQ(PlatLiveObjects(), before);
-}
-
-TEST(Files, FormatSwitch) {
-    ScratchDir dir;
-    LeakGuard guard;
-    Dib h(MakePatterned(17, 5, 8, 4));
-    for (const Format& f : kFormats) {
-        ASSERT_EQ(tovSave(h, u"pic", f.format, 90), 0u) << f.ext;
-        EXPECT_EQ(ReadFileBytes(std::string("pic.") + f.ext).substr(0, 2), std::string(f.ext[0] == 'j' ? "\xFF\xD8" : f.ext[0] == 'p' ? "\x89P" : "BM"));
-        Dib back(tovLoad(u"pic", f.format));
-        ASSERT_NE(back, nullptr);
-        EXPECT_EQ(DibWidth(back), 17);
-        EXPECT_TRUE(f.format == tovFormatJPG || StoreBytes(back) == StoreBytes(h)) << f.ext;
-    }
-    EXPECT_EQ(tovSave(h, u"other", 3, 90), DWORD(tovErrorUnknown));
-    EXPECT_EQ(FilesIn(".", "").size(), 3u);
-    EXPECT_EQ(tovLoad(u"pic", 3), nullptr);
-    EXPECT_EQ(tovSave(h, u"pic", tovFormatJPG, 101), DWORD(DibErrorInvalidParm));
+    EXPECT_EQ(ReadFileBytes("thread1.jpg").substr(0, 2) + ReadFileBytes("thread1.png").substr(0, 2) +
+                  ReadFileBytes("thread1.bmp").substr(0, 2), "\xFF\xD8\x89PBM");
+    EXPECT_EQ(tovSave(Dib(MakePatterned(8, 2, 1)), u"other", 3, 90), DWORD(tovErrorUnknown));
+    EXPECT_EQ(FilesIn(".", "").size(), 6u);
+    EXPECT_EQ(tovLoad(u"thread1", 3), nullptr);
+    EXPECT_EQ(tovSave(Dib(MakePatterned(8, 2, 1)), u"pic", tovFormatJPG, 101), DWORD(DibErrorInvalidParm));
 }
 
 TEST(Files, TraceLines) {
@@ -283,10 +248,7 @@ TEST(Files, TraceLines) {
     Dib h(MakePatterned(384, 2, 1));
     WriteBytes("junk.png", "not a png file");
     WriteBytes("junk.jpg", "not a jpeg");
-    std::string tall = ReadFileBytes(TestDataDir() + "/pngsuite/basn0g08.png");
-    PutBe(tall, 20, 65536, 4);
-    FixPngChecksums(tall);
-    WriteBytes("tall.png", tall);
+    WriteBytes("tall.png", Declare(kFormats[0], ReadFileBytes(TestDataDir() + "/pngsuite/basn0g08.png"), 32, 65536));
     ASSERT_EQ(symlink("/dev/full", "full.bmp"), 0);
     const std::string longName(600, 'n');  // an entry line shows the caller's whole name
     StartLog(8);

@@ -5,7 +5,6 @@
 #include <png.h>
 #include <zlib.h>
 
-#include <cstring>
 #include <set>
 
 namespace {
@@ -33,15 +32,13 @@ Decoded OraclePng(const std::string& bytes, uint32_t format) {
         if (type[0] >= 'A' && type[0] <= 'Z') critical += bytes.substr(data - 8, length + 12);
     });
     const std::string& in = whole ? critical : bytes;  // a broken layout is libpng's to judge
-    png_image image;
-    std::memset(&image, 0, sizeof image);
+    png_image image = {};
     image.version = PNG_IMAGE_VERSION;
     if (png_image_begin_read_from_memory(&image, in.data(), in.size())) {
         image.format = format;
         d.samples.resize(PNG_IMAGE_SIZE(image));
         d.ok = png_image_finish_read(&image, nullptr, d.samples.data(), 0, nullptr);
     }
-    if (!d.ok) d.message = image.message;
     png_image_free(&image);
     return d;
 }
@@ -58,7 +55,7 @@ void ExpectSamePicture(HDIB h, const std::string& bytes) {
     ASSERT_EQ(DibBitCount(h), depth);
     ASSERT_EQ(DibNumColors(h), 1u << depth);
     Decoded d = OraclePng(bytes, palette ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY);
-    ASSERT_TRUE(d.ok) << d.message;
+    ASSERT_TRUE(d.ok);
     for (LONG y = 0; y < DibHeight(h); ++y)
         for (LONG x = 0; x < LONG(width); ++x) {
             const DWORD v = StorePixel(h, x, y);
@@ -97,10 +94,7 @@ TEST(Png, SuiteLoadsExactlyOrRefuses) {
         LeakGuard guard;
         Dib h(tovLoadPNG(W(path).c_str()));
         ASSERT_EQ(h != nullptr, sound);
-        if (h) {
-            ExpectSamePicture(h, bytes);
-            loaded.insert(BaseName(path));
-        }
+        if (h) ExpectSamePicture(h, bytes), loaded.insert(BaseName(path));
     }
     EXPECT_EQ(loaded.size(), 77u);
     // Names that keep the expectations honest: both interlace methods, both

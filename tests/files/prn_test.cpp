@@ -8,10 +8,7 @@
 TEST(Prn, ExamplesByteForByte) {
     ScratchDir dir;
     LeakGuard guard;
-    struct {
-        LONG width, height, printerwidth, leftmargin;
-        int left, data, right;
-    } cases[] = {
+    const struct { LONG width, height, printerwidth, leftmargin; int left, data, right; } cases[] = {
         {384, 2, 832, 16, 2, 48, 54},  // the plain case
         {384, 2, 200, 16, 2, 23, 0},   // cut at the printer's right edge
         {16, 256, 64, 0, 0, 2, 6},     // row count 01 00
@@ -47,11 +44,8 @@ TEST(Prn, DeeperBitmapsAreConvertedInPlace) {
     LeakGuard guard;
     for (DWORD bits : {8u, 4u}) {
         Dib h(tovCreateHDIBExt(16, 2, 0, bits));
-        DWORD dark = bits == 8 ? 127 : 7, light = bits == 8 ? 128 : 8;
-        for (LONG x = 0; x < 16; ++x) {
-            StoreSetPixel(h, x, 0, x < 8 ? dark : light);
-            StoreSetPixel(h, x, 1, x % 2 ? dark : light);
-        }
+        const DWORD dark = bits == 8 ? 127 : 7;
+        for (LONG x = 0; x < 16; ++x) StoreSetPixel(h, x, 0, dark + (x >= 8)), StoreSetPixel(h, x, 1, dark + !(x % 2));
         ASSERT_EQ(tovSavePRN(h, u"grey.prn", 0, 16, 0), 0u);
         EXPECT_EQ(ReadFileBytes("grey.prn"), std::string("\x1BV\x00\x02\xFF\x00\x55\x55", 8)) << bits;
         EXPECT_EQ(DibBitCount(h), 1);
@@ -64,13 +58,8 @@ TEST(Prn, FailuresGiveTheirCodesInOrder) {
     LeakGuard guard;
     ASSERT_EQ(symlink("/dev/full", "full.prn"), 0);
     const WCHAR* unreadable = reinterpret_cast<const WCHAR*>(uintptr_t(16));
-    struct {
-        const WCHAR* name;
-        DWORD format;
-        LONG printerwidth, leftmargin;
-        DWORD expected;
-        bool touched;  // converted and inverted
-    } cases[] = {
+    // touched: converted and inverted
+    const struct { const WCHAR* name; DWORD format; LONG printerwidth, leftmargin; DWORD expected; bool touched; } cases[] = {
         {u"a.prn", 1, 832, 0, DibErrorInvalidParm, false},
         {u"b.prn", 0, 832, -8, DibErrorInvalidDIB, true},          // negative margin
         {u"c.prn", 0, -8, 0, DibErrorInvalidDIB, true},            // negative width
@@ -106,10 +95,9 @@ TEST(Prn, FailuresGiveTheirCodesInOrder) {
 TEST(Prn, AllocationFailureAtEverySite) {
     ScratchDir dir;
     Dib source(MakePatterned(33, 5, 8, 6));
-    long sites = ForEachFailureAfterSetup([&] { return Dib(DibCreateCopy(source)); },
-                                          [](Dib& h) { return DibPRNSave(u"fail.prn", h, 0, 64, 8); },
-                                          [](Dib&, DWORD result, bool) {
+    EXPECT_GE(ForEachFailureAfterSetup([&] { return Dib(DibCreateCopy(source)); },
+                                       [](Dib& h) { return DibPRNSave(u"fail.prn", h, 0, 64, 8); },
+                                       [](Dib&, DWORD result, bool) {
         EXPECT_TRUE(result == DibOk || result == DibErrorUnknown || result == DibErrorFileCreation) << result;
-    });
-    EXPECT_GE(sites, 3);
+    }), 3);
 }
