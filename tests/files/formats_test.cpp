@@ -19,14 +19,15 @@ void PutBe(std::string& b, size_t at, uint32_t v, int bytes) {
 
 std::string Handle(const void* p) { return std::to_string(reinterpret_cast<intptr_t>(p)); }
 
+// A sound sample of the public suites, the file layer's save and load (name as
+// given), the code of a write that fails, at most the allocations of a refused header.
 const struct Format {
-    const char* ext;
-    const char* sample;  // a sound file of the public suites
+    const char *ext, *sample;
     DWORD format;
-    DWORD (*dibSave)(const WCHAR*, HDIB);  // the file layer, name as given
+    DWORD (*dibSave)(const WCHAR*, HDIB);
     HDIB (*dibLoad)(const WCHAR*);
-    DWORD fullMedium;       // the code of a write that fails
-    long setupAllocations;  // a refused header's, at most
+    DWORD fullMedium;
+    long setupAllocations;
 } kFormats[] = {
     {"png", "/pngsuite/basi0g04.png", tovFormatPNG, DibPNGSave, DibPNGLoad, DibErrorUnknown, 40},
     {"jpg", "/jpeg/hopper_gray.jpg", tovFormatJPG, [](const WCHAR* n, HDIB h) { return DibJPGSave(n, 80, h); },
@@ -56,10 +57,7 @@ TEST(Files, BadNamesAndMediaGiveTheirCodes) {
         ASSERT_EQ(symlink("/dev/full", ("full" + ext).c_str()), 0);
         ASSERT_EQ(mkdir(("folder" + ext).c_str(), 0755), 0);
         std::u16string longName(300, u'a'), longestName(TOV_MAX_PATH - 1, u'b'), folder = W("folder" + ext);
-        const struct {
-            const WCHAR* name;
-            DWORD expected;
-        } cases[] = {
+        const struct { const WCHAR* name; DWORD expected; } cases[] = {
             {nullptr, DibErrorInvalidParm}, {reinterpret_cast<const WCHAR*>(uintptr_t(16)), DibErrorInvalidParm},
             {u"a", tovErrorBadFileName}, {longName.c_str(), tovErrorBadFileName},
             {longestName.c_str(), tovErrorBadFileName},  // no room for the extension
@@ -78,10 +76,7 @@ TEST(Files, BadNamesAndMediaGiveTheirCodes) {
         EXPECT_EQ(tovSave(reinterpret_cast<HDIB>(longName.data()), u"xy", f.format, 80), DibErrorInvalidDIB);
         // A 24-bit bitmap (a BMP file can bring one in) has no grey form, whatever its
         // colour table: refused with no file, left as it was.
-        struct {
-            BITMAPINFOHEADER header;
-            RGBQUAD colours[256];
-        } info = {{40, 5, 3, 1, 24, 0, 0, 0, 0, f.format == tovFormatJPG ? 256u : 2u, 0}, {}};
+        struct { BITMAPINFOHEADER header; RGBQUAD colours[256]; } info = {{40, 5, 3, 1, 24, 0, 0, 0, 0, f.format == tovFormatJPG ? 256u : 2u, 0}, {}};
         Dib deep(DibCreateFromBitmapInfo(reinterpret_cast<BITMAPINFO*>(&info)));
         const std::vector<BYTE> pixels = StoreBytes(deep);
         EXPECT_EQ(tovSave(deep, u"deep", f.format, 80), f.format == tovFormatBMP ? DibOk : DibErrorUnknown);
@@ -123,7 +118,7 @@ TEST(Files, CutForeignAndOverdeclaredFilesGiveNull) {
             SCOPED_TRACE(testing::Message() << side.first << "x" << side.second);
             WriteBytes("big", Declare(f, whole, side.first, side.second));
             StartLog(8);
-            long allocations = PlatAllocationCount();
+            const long allocations = PlatAllocationCount();
             EXPECT_EQ(f.dibLoad(u"big"), nullptr);
             EXPECT_LT(PlatAllocationCount() - allocations, f.setupAllocations);  // no picture
             StopLog();
@@ -131,7 +126,7 @@ TEST(Files, CutForeignAndOverdeclaredFilesGiveNull) {
         }
         WriteBytes("good", whole);
         EXPECT_NE(Dib(f.dibLoad(u"good")), nullptr);
-        Dib wide(tovCreateHDIBExt(f.format == tovFormatJPG ? 65500 : 65536, 1, 0, 1));
+        const Dib wide(tovCreateHDIBExt(f.format == tovFormatJPG ? 65500 : 65536, 1, 0, 1));
         ASSERT_EQ(f.dibSave(u"wide", wide), 0u);
         EXPECT_NE(Dib(f.dibLoad(u"wide")), nullptr);
     }
@@ -160,11 +155,9 @@ TEST(Files, DamagedFilesLoadWholeOrGiveNull) {
             if (kind == 'p') FixPngChecksums(bytes);
             WriteBytes("damaged", bytes);
             LeakGuard guard;
-            Dib h(kind == 'p' ? DibPNGLoad(u"damaged") : kind == 'j' ? DibJPGLoad(u"damaged") : DibBMPLoad(u"damaged"));
-            if (!h) continue;
-            ++loaded;
-            EXPECT_EQ(DibIsValid(h), 0u) << round;
-            EXPECT_FALSE(kind == 'j' && OracleJpeg(bytes).damaged) << round;
+            Dib h(kFormats[kind == 'p' ? 0 : kind == 'j' ? 1 : 2].dibLoad(u"damaged"));
+            loaded += h != nullptr;
+            EXPECT_TRUE(!h || (DibIsValid(h) == 0 && !(kind == 'j' && OracleJpeg(bytes).damaged))) << round;
         }
         EXPECT_GT(loaded, 0);
         EXPECT_LT(loaded, 120);
@@ -191,15 +184,14 @@ TEST(Files, AllocationFailureOnEverySaveAndLoadPath) {
             EXPECT_TRUE(result != DibOk || ReadFileBytes("fail") == good) << n;
         });
         EXPECT_GE(saveSites, f.format == tovFormatBMP ? 3 : 4);  // libpng and libjpeg allocate too
-        const std::string prefix = f.format == tovFormatPNG ? "<DibPNGLoad()=" : "<DibJPGLoad()=";
         std::vector<long> info, bitmap;  // the failing allocations that gave each line
-        long n = 0, loadSites = ForEachFailureAfterSetup([] { StartLog(8); return 0; }, [&](int) { return Dib(f.dibLoad(u"good")); },
-                                                  [&](int, const Dib& back, bool) {
-            StopLog();
-            ++n;
-            EXPECT_TRUE(!back || StoreBytes(back) == StoreBytes(want));
+        long n = 0, loadSites = ForEachFailureAfterSetup([] { StartLog(8); return 0; },
+                                                         [&](int) { return Dib(f.dibLoad(u"good")); },
+                                                         [&](int, const Dib& back, bool) {
+            StopLog(), ++n;
+            EXPECT_TRUE(!back || StoreBytes(back) == StoreBytes(want)) << n;
             for (const std::string& line : LogLines()) {
-                if (line == prefix + "NULL (LocalAlloc" + (f.format == tovFormatPNG ? ":pbmi" : "") + ")\r") info.push_back(n);
+                if (line.find("Load()=NULL (LocalAlloc") != std::string::npos) info.push_back(n);
                 if (line.find("NULL (DibCreateFromBitmapInfo)") != std::string::npos) bitmap.push_back(n);
             }
         });
@@ -231,8 +223,7 @@ TEST(Files, TwoThreadsSaveAndLoadAtOnceThroughTheFormatSwitch) {
     };
     bool ok0 = true, ok1 = true;
     std::thread a(work, 0, &ok0), b(work, 1, &ok1);
-    a.join();
-    b.join();
+    a.join(), b.join();
     EXPECT_TRUE(ok0 && ok1);
     EXPECT_EQ(PlatLiveObjects(), before);
     EXPECT_EQ(ReadFileBytes("thread1.jpg").substr(0, 2) + ReadFileBytes("thread1.png").substr(0, 2) +

@@ -10,10 +10,7 @@
 
 namespace {
 
-const struct {
-    const char* file;
-    DWORD (*save)(HDIB h, const WCHAR* name);
-} kSavers[] = {
+const struct { const char* file; DWORD (*save)(HDIB h, const WCHAR* name); } kSavers[] = {
     {"pic.bmp", [](HDIB h, const WCHAR* n) { return tovSaveBMP(h, n); }},
     {"pic.png", [](HDIB h, const WCHAR* n) { return tovSavePNG(h, n); }},
     {"pic.jpg", [](HDIB h, const WCHAR* n) { return tovSaveJPG(h, n, 75); }},
@@ -54,13 +51,10 @@ TEST(Replace, ShortWritesAndRefusedArgumentsKeepTheOldFile) {
     WriteBytes("old.prn", kOld);
     EXPECT_EQ(tovSavePRN(h, u"old.prn", 0, 0, 0), DWORD(DibErrorFileWrite));  // a printer of no bytes
     EXPECT_EQ(ReadFileBytes("old.prn"), kOld);
-    struct sigaction ignore = {}, previous = {};
-    ignore.sa_handler = SIG_IGN;
-    ASSERT_EQ(sigaction(SIGXFSZ, &ignore, &previous), 0);
-    struct rlimit saved = {};
+    auto previous = signal(SIGXFSZ, SIG_IGN);
+    struct rlimit saved = {}, limit = {};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
-    struct rlimit limit = saved;
-    limit.rlim_cur = 4096;
+    limit = {4096, saved.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
     for (const auto& s : kSavers) {
         WriteBytes(s.file, kOld);
@@ -68,7 +62,7 @@ TEST(Replace, ShortWritesAndRefusedArgumentsKeepTheOldFile) {
         EXPECT_EQ(ReadFileBytes(s.file), kOld) << s.file;
     }
     setrlimit(RLIMIT_FSIZE, &saved);
-    sigaction(SIGXFSZ, &previous, nullptr);
+    signal(SIGXFSZ, previous);
 }
 
 // FIFOs are refused rather than waited on; the trace log loses its lines
