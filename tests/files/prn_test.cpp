@@ -5,7 +5,7 @@
 
 #include <unistd.h>
 
-TEST(Prn, ExamplesByteForByte) {
+TEST(Prn, ExamplesAndGreyByteForByte) {
     ScratchDir dir;
     LeakGuard guard;
     const struct { LONG width, height, printerwidth, leftmargin; int left, data, right; } cases[] = {
@@ -35,13 +35,8 @@ TEST(Prn, ExamplesByteForByte) {
         ASSERT_EQ(again.size(), bytes.size());
         for (size_t i = 4 + c.left; i < 4 + size_t(c.left + c.data); ++i) EXPECT_EQ(BYTE(again[i]), BYTE(~bytes[i]));
     }
-}
-
-// Grey is cut at 128 first: 127 prints, 128 does not. The caller's bitmap
-// stays converted and inverted.
-TEST(Prn, DeeperBitmapsAreConvertedInPlace) {
-    ScratchDir dir;
-    LeakGuard guard;
+    // Grey is cut at 128 first: 127 prints, 128 does not. The caller's bitmap
+    // stays converted and inverted.
     for (DWORD bits : {8u, 4u}) {
         Dib h(tovCreateHDIBExt(16, 2, 0, bits));
         const DWORD dark = bits == 8 ? 127 : 7;

@@ -21,8 +21,13 @@ const std::string kOld = "the old file, which a failed save must leave alone";
 
 }  // namespace
 
-TEST(Replace, EveryFailedWriteKeepsTheOldFile) {
+// Then a file size limit (ulimit -f) makes the writes themselves come up short.
+TEST(Replace, EveryFailedOrShortWriteKeepsTheOldFile) {
     ScratchDir dir;
+    auto previous = signal(SIGXFSZ, SIG_IGN);
+    struct rlimit saved = {}, limit = {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
+    limit = {4096, saved.rlim_max};
     for (const auto& s : kSavers) {
         SCOPED_TRACE(s.file);
         long n = 1;
@@ -41,27 +46,12 @@ TEST(Replace, EveryFailedWriteKeepsTheOldFile) {
         EXPECT_EQ(stat(s.file, &st) == 0 ? st.st_mode & 07777 : 0, 0640u);
         EXPECT_GT(n, 2);  // a write did fail
         for (const std::string& f : FilesIn(".", "")) EXPECT_NE(BaseName(f)[0], '.') << "a temporary was left";
-    }
-}
-
-// A file size limit (ulimit -f) makes the writes themselves come up short.
-TEST(Replace, ShortWritesAndRefusedArgumentsKeepTheOldFile) {
-    ScratchDir dir;
-    Dib h(MakePatterned(600, 400, 8, 1));
-    WriteBytes("old.prn", kOld);
-    EXPECT_EQ(tovSavePRN(h, u"old.prn", 0, 0, 0), DWORD(DibErrorFileWrite));  // a printer of no bytes
-    EXPECT_EQ(ReadFileBytes("old.prn"), kOld);
-    auto previous = signal(SIGXFSZ, SIG_IGN);
-    struct rlimit saved = {}, limit = {};
-    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &saved), 0);
-    limit = {4096, saved.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
-    for (const auto& s : kSavers) {
         WriteBytes(s.file, kOld);
-        EXPECT_NE(s.save(h, W(s.file).c_str()), 0u) << s.file;
-        EXPECT_EQ(ReadFileBytes(s.file), kOld) << s.file;
+        ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+        EXPECT_NE(s.save(Dib(MakePatterned(600, 400, 8, 1)), W(s.file).c_str()), 0u);
+        setrlimit(RLIMIT_FSIZE, &saved);
+        EXPECT_EQ(ReadFileBytes(s.file), kOld);
     }
-    setrlimit(RLIMIT_FSIZE, &saved);
     signal(SIGXFSZ, previous);
 }
 

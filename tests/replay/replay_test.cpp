@@ -10,7 +10,6 @@
 #include <filesystem>
 
 using namespace tovtest;
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -27,8 +26,8 @@ HDIB OpenProfileAndRun(const WCHAR* file) {
 
 volatile unsigned g_sink;
 
-// Sums the store and the colour table: reading past either shows under the
-// address sanitizer.
+// Sums the store and the colour table (a block of its own): reading past
+// either shows under the address sanitizer.
 void LoadAndReadThrough(HDIB (*load)(const WCHAR*), const std::u16string& name) {
     LeakGuard guard;
     Dib h(load(name.c_str()));
@@ -37,31 +36,26 @@ void LoadAndReadThrough(HDIB (*load)(const WCHAR*), const std::u16string& name) 
     ASSERT_EQ(DibIsValid(h), DWORD(DibOk));
     const int64_t bytes = DibRowBytes(DibWidth(h), DibBitCount(h)) * std::abs(int64_t(DibHeight(h)));
     EXPECT_LE(bytes, int64_t(DibBitsSize(h)));
-    unsigned sum = 0;
-    for (int64_t i = 0; i < bytes; ++i) sum += DibBitsPtr(h)[i];
-    // The header lives in the record, the colours in a block of their own.
-    for (DWORD i = 0; i < DibPaletteSize(h); ++i) sum += reinterpret_cast<const BYTE*>(h.h->pbmiColors)[i];
-    g_sink = sum;
+    for (int64_t i = 0; i < bytes; ++i) g_sink += DibBitsPtr(h)[i];
+    for (DWORD i = 0; i < DibPaletteSize(h); ++i) g_sink += reinterpret_cast<const BYTE*>(h.h->pbmiColors)[i];
 }
 
 }  // namespace
 
 TEST(Replay, EveryCaseLoadsOrFailsCleanly) {
-    const struct {
-        const char *folder, *name;
-        HDIB (*load)(const WCHAR*);
-    } loaders[] = {{"bmp", "case.bmp", tovLoadBMP}, {"png", "case.png", tovLoadPNG}, {"jpeg", "case.jpg", tovLoadJPG},
-                   {"profile", "case.zpf", OpenProfileAndRun}};
-    const fs::path cases = fs::path(__FILE__).parent_path().parent_path() / "fuzzcases";
+    const struct { const char *folder, *name; HDIB (*load)(const WCHAR*); } loaders[] = {
+        {"bmp", "case.bmp", tovLoadBMP}, {"png", "case.png", tovLoadPNG}, {"jpeg", "case.jpg", tovLoadJPG},
+        {"profile", "case.zpf", OpenProfileAndRun}};
     ScratchDir dir;
     for (const auto& l : loaders) {
+        const auto folder = std::filesystem::path(__FILE__).parent_path().parent_path() / "fuzzcases" / l.folder;
         int count = 0;
-        for (const auto& c : fs::directory_iterator(cases / l.folder)) {
+        for (const auto& c : std::filesystem::directory_iterator(folder)) {
             SCOPED_TRACE(c.path().string());
-            ++count;
             WriteBytes(l.name, ReadFileBytes(c.path().string()));
             LoadAndReadThrough(l.load, W(l.name));
             ForEachAllocationFailure([&](long) { LoadAndReadThrough(l.load, W(l.name)); });
+            ++count;
         }
         EXPECT_GT(count, 0) << l.folder;
     }
