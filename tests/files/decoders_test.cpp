@@ -114,35 +114,6 @@ void filestest::FixPngChecksums(std::string& b) {
     });
 }
 
-// A strict grey loader takes the 1, 4 and 8-bit grey and palette files that
-// libpng can read, and nothing else.
-TEST(Png, SuiteLoadsExactlyOrRefuses) {
-    std::vector<std::string> files = FilesIn(TestDataDir() + "/pngsuite", ".png");
-    ASSERT_GE(files.size(), 170u);
-    std::set<std::string> loaded;
-    for (const std::string& path : files) {
-        SCOPED_TRACE(BaseName(path));
-        std::string bytes = ReadFileBytes(path);
-        const int depth = BYTE(bytes[24]), colorType = bytes[25];
-        const bool sound = (depth == 1 || depth == 4 || depth == 8) && (colorType == 0 || colorType == 3) &&
-                           OraclePng(bytes, PNG_FORMAT_GRAY).ok;
-        LeakGuard guard;
-        Dib h(tovLoadPNG(W(path).c_str()));
-        ASSERT_EQ(h != nullptr, sound);
-        if (h) ExpectSamePicture(h, bytes), loaded.insert(BaseName(path));
-    }
-    EXPECT_EQ(loaded.size(), 77u);
-    // Names that keep the expectations honest: both interlace methods, both
-    // kinds, odd sizes; other depths, colour, alpha and damage refused.
-    for (const char* name : {"basn0g01.png", "basi0g04.png", "basn3p08.png", "basi3p01.png", "s01i3p01.png",
-                             "s39i3p04.png", "tbbn0g04.png", "g10n3p04.png"})
-        EXPECT_TRUE(loaded.count(name)) << name;
-    for (const char* name : {"basn0g02.png", "basn0g16.png", "basn2c08.png", "basn4a08.png", "basi3p02.png",
-                             "xs1n0g01.png", "xcsn0g01.png", "xdtn0g01.png"})
-        EXPECT_FALSE(loaded.count(name)) << name;
-}
-
-
 Decoded filestest::OracleJpeg(const std::string& bytes) {
     Decoded d;
     jpeg_decompress_struct cinfo;
@@ -164,24 +135,45 @@ Decoded filestest::OracleJpeg(const std::string& bytes) {
     return d;
 }
 
-// Grey and colour files of every coding load (colour as luminance); 12 bits,
-// CMYK and a cut file, where libjpeg itself fails or runs out, do not.
-TEST(Jpeg, SamplesLoadAsLibjpegsGreyOrRefuse) {
-    std::vector<std::string> files = FilesIn(TestDataDir() + "/jpeg", ".jpg");
-    ASSERT_GE(files.size(), 9u);
-    std::set<std::string> loaded;
-    for (const std::string& path : files) {
-        SCOPED_TRACE(BaseName(path));
-        Decoded oracle = OracleJpeg(ReadFileBytes(path));
-        LeakGuard guard;
-        Dib h(tovLoadJPG(W(path).c_str()));
-        ASSERT_EQ(h != nullptr, oracle.ok && !oracle.damaged);
-        if (h) ExpectPicture(h, oracle, 8), loaded.insert(BaseName(path));
+// A strict grey loader takes the 1, 4 and 8-bit grey and palette PNG files
+// that libpng can read, and nothing else; JPEG files of every coding load as
+// libjpeg's grey (colour as luminance), and where libjpeg fails or runs out
+// (12 bits, CMYK, a cut file) do not. The names keep the expectations
+// honest: both PNG interlace methods and kinds, odd sizes; other depths,
+// colour, alpha and damage refused.
+TEST(Decoders, PublicSamplesLoadExactlyOrAreRefused) {
+    const struct { const char* dir; size_t files, loads; std::vector<const char*> in, out; } suites[] = {
+        {"/pngsuite", 170, 77,
+         {"basn0g01.png", "basi0g04.png", "basn3p08.png", "basi3p01.png", "s01i3p01.png", "s39i3p04.png", "tbbn0g04.png", "g10n3p04.png"},
+         {"basn0g02.png", "basn0g16.png", "basn2c08.png", "basn4a08.png", "basi3p02.png", "xs1n0g01.png", "xcsn0g01.png", "xdtn0g01.png"}},
+        {"/jpeg", 9, 6,
+         {"hopper_gray.jpg", "hopper.jpg", "testimgint.jpg", "testimgari.jpg", "skater-progressive.jpg"},
+         {"monkey12.jpg", "pil_sample_cmyk.jpg", "truncated_jpeg.jpg"}},
+    };
+    for (const auto& suite : suites) {
+        const bool png = suite.dir[1] == 'p';
+        std::vector<std::string> files = FilesIn(TestDataDir() + suite.dir, png ? ".png" : ".jpg");
+        ASSERT_GE(files.size(), suite.files);
+        std::set<std::string> loaded;
+        for (const std::string& path : files) {
+            SCOPED_TRACE(BaseName(path));
+            const std::string bytes = ReadFileBytes(path);
+            const int depth = png ? BYTE(bytes[24]) : 0, colorType = png ? bytes[25] : 0;
+            const Decoded jpeg = png ? Decoded() : OracleJpeg(bytes);
+            const bool sound = png ? (depth == 1 || depth == 4 || depth == 8) && (colorType == 0 || colorType == 3) &&
+                                         OraclePng(bytes, PNG_FORMAT_GRAY).ok
+                                   : jpeg.ok && !jpeg.damaged;
+            LeakGuard guard;
+            Dib h((png ? tovLoadPNG : tovLoadJPG)(W(path).c_str()));
+            ASSERT_EQ(h != nullptr, sound);
+            if (h && png) ExpectSamePicture(h, bytes);
+            if (h && !png) ExpectPicture(h, jpeg, 8);
+            if (h) loaded.insert(BaseName(path));
+        }
+        EXPECT_EQ(loaded.size(), suite.loads);
+        for (const char* name : suite.in) EXPECT_TRUE(loaded.count(name)) << name;
+        for (const char* name : suite.out) EXPECT_FALSE(loaded.count(name)) << name;
     }
-    for (const char* name : {"hopper_gray.jpg", "hopper.jpg", "testimgint.jpg", "testimgari.jpg", "skater-progressive.jpg"})
-        EXPECT_TRUE(loaded.count(name)) << name;
-    for (const char* name : {"monkey12.jpg", "pil_sample_cmyk.jpg", "truncated_jpeg.jpg"})
-        EXPECT_FALSE(loaded.count(name)) << name;
 }
 
 // An 8-bit bitmap with a short colour table goes through the temporary; its
