@@ -243,19 +243,15 @@ TEST(Files, TraceLines) {
     StartLog(8);
     ASSERT_EQ(tovSavePNG(h, u"tr"), 0u);
     Dib png(tovLoadPNG(u"tr"));
-    EXPECT_EQ(tovLoadPNG(u"junk.png"), nullptr);
-    EXPECT_EQ(tovLoadPNG(W(TestDataDir() + "/pngsuite/basn0g02.png").c_str()), nullptr);
-    EXPECT_EQ(tovLoadPNG(u"tall.png"), nullptr);
+    for (const std::u16string& name : {W("junk.png"), W(TestDataDir() + "/pngsuite/basn0g02.png"), W("tall.png")})
+        EXPECT_EQ(tovLoadPNG(name.c_str()), nullptr);
     ASSERT_EQ(tovSaveJPG(h, u"tr", 80), 0u);
     Dib jpg(tovLoadJPG(u"tr"));
-    EXPECT_EQ(tovLoadJPG(u"junk"), nullptr);
-    EXPECT_EQ(tovLoadJPG(u"gone"), nullptr);
-    EXPECT_EQ(tovSavePRN(h, u"label.prn", 0, 64, 64), DibErrorFileWrite);
-    EXPECT_EQ(tovSavePRN(h, u"label.prn", 2, 832, 16), DibErrorInvalidParm);
-    EXPECT_EQ(tovSaveBMP(h, W(longName).c_str()), DWORD(tovErrorBadFileName));
-    EXPECT_EQ(tovSaveJPG(h, W(longName).c_str(), 80), DWORD(tovErrorBadFileName));
-    EXPECT_NE(tovSavePRN(h, W(longName).c_str(), 0, 832, 16), 0u);
-    EXPECT_EQ(tovSaveBMP(h, u"full"), DWORD(DibErrorFileWrite));
+    EXPECT_FALSE(tovLoadJPG(u"junk") || tovLoadJPG(u"gone"));
+    // The codes of the rest show in the trace.
+    tovSavePRN(h, u"label.prn", 0, 64, 64), tovSavePRN(h, u"label.prn", 2, 832, 16);
+    tovSaveBMP(h, W(longName).c_str()), tovSaveJPG(h, W(longName).c_str(), 80), tovSavePRN(h, W(longName).c_str(), 0, 832, 16);
+    tovSaveBMP(h, u"full");
     StopLog();
     const std::vector<std::string> want = {
         ">tovSavePNG(" + Handle(h) + ",tr)\r", "   ?iBitDepth=1\r", "<tovLoadPNG()=" + Handle(png) + "\r",
