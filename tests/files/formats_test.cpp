@@ -81,6 +81,9 @@ TEST(Files, BadNamesAndMediaGiveTheirCodes) {
         EXPECT_EQ(tovSavePRN(deep, u"deep.prn", 0, 64, 0), DibErrorUnknown);
         EXPECT_EQ(StoreBytes(deep), pixels);
         EXPECT_EQ(FileExists("deep" + ext), f.format == tovFormatBMP);
+        std::string fields = ReadFileBytes("deep.bmp");  // bit fields, as deeper BMP files may have, load too
+        if (fields.size() > 30) fields[30] = 3, WriteBytes("deep.bmp", fields);
+        EXPECT_TRUE(f.format != tovFormatBMP || Dib(DibBMPLoad(u"deep.bmp")));
         EXPECT_FALSE(FileExists("xy" + ext) || FileExists("a" + ext) || FileExists("deep.prn"));
         // The extension is added on both ways; the caller's text stays.
         WCHAR mine[] = u"mine";
