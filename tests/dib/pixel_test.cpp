@@ -59,7 +59,8 @@ TEST(DibPixel, UnmaskedValuesWithinOneByte) {
     // Other depths are refused and leave the pair registered before.
     DibPixelIO io{};
     EXPECT_EQ(DibRegisterPixelIO(4, &io), 0u);
-    for (DWORD bad : {0u, 2u, 16u, 24u, 0xFFFFFFFFu}) EXPECT_EQ(DibRegisterPixelIO(bad, &io), DWORD(DibErrorInvalidParm)) << bad;
+    for (DWORD bad : {0u, 2u, 16u, 24u, 0xFFFFFFFFu})
+        EXPECT_EQ(DibRegisterPixelIO(bad, &io), DWORD(DibErrorInvalidParm)) << bad;
     EXPECT_TRUE(io.get == DibGetPixel4 && io.set == DibSetPixel4);
     EXPECT_EQ(DibRegisterPixelIO(8, nullptr), DWORD(DibErrorInvalidParm));
 }

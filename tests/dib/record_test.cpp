@@ -14,7 +14,8 @@ struct InfoBlock {
     BITMAPINFO* info() { return reinterpret_cast<BITMAPINFO*>(bytes); }
     InfoBlock(LONG width, LONG height, WORD bits, DWORD clrUsed, DWORD size = 40) {
         info()->bmiHeader = {size, width, height, 1, bits, 0, 0, 0, 0, clrUsed, 0};
-        for (int i = 0; i < 256; ++i) reinterpret_cast<RGBQUAD*>(bytes + 40)[i] = {BYTE(i), BYTE(255 - i), BYTE(i * 3), 0};
+        for (int i = 0; i < 256; ++i)
+            reinterpret_cast<RGBQUAD*>(bytes + 40)[i] = {BYTE(i), BYTE(255 - i), BYTE(i * 3), 0};
     }
 };
 
@@ -43,7 +44,9 @@ TEST(DibRecord, SizesRowTableAndCopy) {
             EXPECT_NE(copy.h->pbmiColors[0].rgbRed, h.h->pbmiColors[0].rgbRed);
         }
     // Wide rows and depths above 8 bits, made from info blocks.
-    struct Case { LONG width; WORD bits; LONG expected; } rows[] = {{640, 8, 640}, {641, 8, 644}, {3, 24, 12}, {65536, 32, 262144}};
+    struct Case { LONG width; WORD bits; LONG expected; } rows[] = {
+        {640, 8, 640}, {641, 8, 644}, {3, 24, 12}, {65536, 32, 262144}
+    };
     for (const Case& c : rows) {
         InfoBlock block(c.width, 1, c.bits, c.bits > 8 ? 2 : 0);
         Dib h(DibCreateFromBitmapInfo(block.info()));
@@ -77,7 +80,8 @@ TEST(DibRecord, InfoBlocksMadeAndRefused) {
     };
     InfoBlock reference(1, 1, 8, 0);
     for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.width << "x" << c.height << "x" << c.bits << ", " << c.clrUsed << " colours, header " << c.size);
+        SCOPED_TRACE(testing::Message() << c.width << "x" << c.height << "x" << c.bits << ", "
+                                        << c.clrUsed << " colours, header " << c.size);
         InfoBlock block(c.width, c.height, c.bits, c.clrUsed, c.size);
         Dib made(DibCreateFromBitmapInfo(block.info()));
         Dib h(MakePatterned(9, 5, 4));

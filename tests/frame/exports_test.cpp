@@ -31,7 +31,8 @@ TEST(ExportsTest, DefinitionFileHeaderAndLibraryAgree) {
     ASSERT_EQ(slots.size(), 109u);
     EXPECT_EQ(slots.rbegin()->first, 109);
     EXPECT_EQ(names.size(), 87u);
-    EXPECT_EQ(empty, (std::set<int>{6, 7, 8, 19, 20, 32, 33, 45, 46, 47, 52, 60, 61, 62, 71, 72, 73, 74, 78, 100, 102, 103}));
+    EXPECT_EQ(empty, (std::set<int>{6, 7, 8, 19, 20, 32, 33, 45, 46, 47, 52, 60, 61, 62, 71, 72, 73, 74, 78, 100,
+                                    102, 103}));
     // Ordinals that callers bind to, one of each family.
     for (const auto& [ordinal, name] : std::map<int, std::string>{{1, "tovAverage"}, {11, "tovConfigDebug"},
              {68, "tovGetDllRevision"}, {29, "tovInitCamera"}, {81, "tovCaptureImage"},
@@ -41,7 +42,8 @@ TEST(ExportsTest, DefinitionFileHeaderAndLibraryAgree) {
     const std::string header = ReadFileBytes(def.substr(0, def.rfind("/src/TovCE/")) + "/include/tovrel/tovrel.h");
     std::set<std::string> declared;
     static const std::regex prototype(R"(\b(tov[A-Za-z0-9_]+)\s*\()");
-    for (std::sregex_iterator it(header.begin(), header.end(), prototype), end; it != end; ++it) declared.insert((*it)[1]);
+    for (std::sregex_iterator it(header.begin(), header.end(), prototype), end; it != end; ++it)
+        declared.insert((*it)[1]);
     EXPECT_EQ(declared, names);
     const std::vector<std::string> exported = LibraryExports(&problems);
     EXPECT_EQ(problems, std::vector<std::string>{});

@@ -63,7 +63,8 @@ TEST_F(TraceTest, GoldenLinesCarryTheirStampsToEverySinkInOrder) {
     int month, day, year, hour, minute, second;
     ASSERT_EQ(std::sscanf(text.c_str(), "%d/%d/%d %d:%d:%d", &month, &day, &year, &hour, &minute, &second), 6);
     if (before.wDay == after.wDay) {  // else midnight passed during the test
-        EXPECT_EQ(std::vector<int>({month, day, year}), std::vector<int>({before.wMonth, before.wDay, before.wYear % 100}));
+        EXPECT_EQ(std::vector<int>({month, day, year}),
+                  std::vector<int>({before.wMonth, before.wDay, before.wYear % 100}));
         const int at = hour * 3600 + minute * 60 + second;
         EXPECT_GE(at, before.wHour * 3600 + before.wMinute * 60 + before.wSecond);
         EXPECT_LE(at, after.wHour * 3600 + after.wMinute * 60 + after.wSecond);
