@@ -14,7 +14,7 @@ using namespace tovtest;
 namespace {
 
 const char* const kProfiles = R"(<p>
-  <Section name=""><Section name="Settings"><Key name="Aimer">2</Key></Section></Section>
+  <Section name=""><Section name="Settings"><Key name="Aimer">2</Key></Section><Section name="Processing"><Section name="Invert"/></Section></Section>
   <Section name="Bad chain"><Section name="Processing"><Section name="Blur"/></Section></Section>
   <Section name="Fixed" flags="8"><Section name="Fixed Exposure Control"><Key name="Fixed Exp">9999</Key></Section></Section>
   <Section name="Both"><Section name="Automatic Exposure Control"><Key name="Target Value">300</Key></Section>
@@ -130,7 +130,8 @@ TEST_F(CameraTest, EngineViewThroughACapture) {
     Dib h(tovCreateHDIB());
     ASSERT_NE(h.h, nullptr);
     EXPECT_EQ(DibWidth(h), 640);
-    EXPECT_EQ(Codes({tovStopCapture(), tovStartCapture()}), Codes({tovErrorNotCapturing, 0}));
+    engine.Fail(8);  // the engine does not start scanning
+    EXPECT_EQ(Codes({tovStopCapture(), tovStartCapture(), tovStartCapture()}), Codes({tovErrorNotCapturing, tovErrorUnknown, 0}));
     EXPECT_EQ(View(), "1 2 1");  // the profile's values
     EXPECT_EQ(Codes({tovStartCapture(), tovSetAimer(5)}), Codes({tovErrorAlreadyCapturing, 0}));
     EXPECT_EQ(View(), "1 5 1");  // reaches the engine at once
@@ -162,7 +163,8 @@ TEST_F(CameraTest, EngineViewThroughACapture) {
     EXPECT_EQ(Codes({tovCaptureImage(four, 7), DibBitCount(four), DibWidth(four)}), "0 8 9");
 }
 
-// Copies against the frame recomputed here: both widths and orientations, full and preview.
+// Copies against the frame recomputed here: both widths and orientations, full and preview, with the chain
+// (an inversion) and without.
 TEST_F(CameraTest, FrameCopiesFollowTheFormula) {
     for (LONG W : {640, 752})
         for (uint32_t orientation : {0u, 2u}) {
@@ -178,17 +180,19 @@ TEST_F(CameraTest, FrameCopiesFollowTheFormula) {
             DWORD flags = 0x300;
             ASSERT_EQ(Codes({Init(u"", &flags), tovStartCapture()}), "0 0");
             const LONG w = W == 640 ? 212 : 250, d = (W - 3 * w + 2) / 2;
-            for (bool preview : {false, true}) {
+            for (DWORD mode : {tovCaptureFull, tovCapturePreview, tovCaptureFullProcessed, tovCapturePreviewProcessed}) {
+                const bool preview = mode == tovCapturePreview || mode == tovCapturePreviewProcessed;
+                const DWORD inverted = mode == tovCaptureFullProcessed || mode == tovCapturePreviewProcessed ? 255 : 0;
                 Dib h(MakePatterned(5, 5, 1));
-                ASSERT_EQ(tovCaptureImage(h, preview ? tovCapturePreview : tovCaptureFull), 0u);
+                ASSERT_EQ(tovCaptureImage(h, mode), 0u);
                 ASSERT_EQ(Codes({DibWidth(h), DibHeight(h)}), Codes({preview ? w : W, preview ? 160 : 480}));
                 int wrong = 0;  // a turned imager's frame comes turned: twice turned is upright
                 for (LONG y = 0; y < DibHeight(h); ++y)
                     for (LONG x = 0; x < DibWidth(h); ++x) {
                         size_t at = size_t(preview ? 3 * y : y) * size_t(W) + size_t(preview ? 3 * x + d : x);
-                        wrong += StorePixel(h, x, y) != DWORD(static_cast<unsigned char>(frame[at]));
+                        wrong += StorePixel(h, x, y) != (inverted ^ DWORD(static_cast<unsigned char>(frame[at])));
                     }
-                EXPECT_EQ(wrong, 0) << "preview " << preview;
+                EXPECT_EQ(wrong, 0) << "mode " << mode;
             }
             tovUninitCamera();
         }
@@ -231,7 +235,7 @@ TEST_F(CameraTest, RevisionAndProcessingOfPreviewSizes) {
               Codes({0, tovErrorBadOutputBuffer, DibErrorInvalidParm}));
     const struct { const char16_t* raw; const char* reduced; } revisions[] = {
         {u"Scan Driver V1.02 beta", "V1.02"}, {u"Rev 2.3.1", "2.3.1"}, {u"no digits", "no digits"},
-        {u"abc 1 2 3 xyz", "1 2 3"},          {u"1.2.3", "1.2.3"},
+        {u"abc 1 2 3 xyz", "1 2 3"},          {u"1.2.3", "1.2.3"},          {u"Release 0 build 7", "0 build 7"},
     };
     for (const auto& r : revisions) {
         cmReduceRevision(r.raw, text);
