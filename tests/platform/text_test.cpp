@@ -51,6 +51,8 @@ TEST(WideText, CompareAndNumbers) {
     EXPECT_EQ(_wcsicmp(u"Fixed Exposure", u"fIXED eXPOSURE"), 0);
     EXPECT_LT(_wcsicmp(u"abc", u"abd"), 0);
     EXPECT_GT(_wcsicmp(u"abcd", u"ABC"), 0);
+    EXPECT_EQ(_wcsicmp(u"\u00C0\u00DE", u"\u00E0\u00FE"), 0);  // Latin-1 capitals, the last one too
+    EXPECT_NE(_wcsicmp(u"\u00D7", u"\u00F7"), 0);                // times is no capital of divide
     struct { const char16_t* text; long value; } longs[] = {
         {u"  42xyz", 42}, {u"-17", -17}, {u"+8", 8}, {u"abc", 0}, {u"", 0},
         {u"99999999999", 2147483647L}, {u"-99999999999", -2147483648L}, {u"\t\n 5", 5},
