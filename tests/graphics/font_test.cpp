@@ -1,6 +1,6 @@
 // Fonts and DrawTextW: resolving and measuring, two-colour glyphs inside
-// their cell, alignment, clipping, weight, faces that cannot be had, bad
-// arguments, and allocation failure across the whole graphics layer.
+// their cell, alignment, clipping, weight, faces that cannot be had and bad
+// arguments (allocation failure under the exports that draw: tests/frame).
 #include "gfxcanvas.h"
 
 #include <algorithm>
@@ -179,42 +179,6 @@ TEST(Fonts, UnresolvableFaceAndMissingFileFailCleanly) {
     EXPECT_FALSE(PlatSetFontConfigFile((base + "/absent.conf").c_str()));
     ASSERT_TRUE(PlatSetFontConfigFile(nullptr));
     EXPECT_TRUE(resolves());
-}
-
-// One loop over contexts, blits, pens and fonts: every allocation counted by
-// PlatLiveObjects is given back whichever one fails (FreeType's own memory
-// is LeakSanitizer's to watch).
-TEST(Gdi, AllocationFailureAtEverySiteLeaksNothing) {
-    std::mt19937 rng(17);
-    Canvas src(9, 7, 8), mono(18, 14, 1), page(120, 40, 8);
-    src.Random(rng);
-    RECT warm{0, 0, 0, 0};
-    DrawTextW(page.dc, u"x", -1, &warm, DT_LEFT);  // the stock font stays loaded with its last glyph
-    LOGFONTW lf = Font(14, 600);
-    long live = PlatLiveObjects();
-    long sites = tovtest::ForEachAllocationFailure([&](long n) {
-        HDC screen = GetDC(nullptr);
-        HDC a = CreateCompatibleDC(screen), b = CreateCompatibleDC(nullptr);
-        HGDIOBJ oa = a ? SelectObject(a, src.bitmap) : nullptr;  // shared with src's own context
-        StretchBlt(mono.dc, 0, 0, 18, 14, a, 0, 0, 9, 7, SRCINVERT);
-        BitBlt(src.dc, 1, 1, 8, 6, a, 0, 0, SRCCOPY);
-        HPEN pen = CreatePen(PS_SOLID, 6, RGB(0, 0, 0));
-        HFONT font = CreateFontIndirectW(&lf);
-        HGDIOBJ oldPen = pen ? SelectObject(page.dc, pen) : nullptr, oldFont = font ? SelectObject(page.dc, font) : nullptr;
-        POINT pts[3] = {{1, 1}, {28, 5}, {3, 27}};
-        Polyline(page.dc, pts, 3);
-        RECT r{0, 0, 0, 0}, s{0, 0, 0, 0};
-        DrawTextW(page.dc, u"Ag\n12", -1, &r, DT_CALCRECT);
-        DrawTextW(page.dc, u"Ag\n12", -1, &r, DT_CENTER);
-        if (b) DrawTextW(b, u"stock", -1, &s, DT_CALCRECT);  // loads the stock font
-        for (HGDIOBJ o : {oldFont, oldPen}) if (o) SelectObject(page.dc, o);
-        for (HGDIOBJ o : {HGDIOBJ(font), HGDIOBJ(pen)}) if (o) DeleteObject(o);
-        if (oa) SelectObject(a, oa);
-        for (HDC d : {a, b}) if (d) DeleteDC(d);
-        if (screen) ReleaseDC(nullptr, screen);
-        EXPECT_EQ(PlatLiveObjects(), live) << "fault " << n;
-    });
-    EXPECT_GE(sites, 14);
 }
 
 }  // namespace
