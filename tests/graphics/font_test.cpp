@@ -135,6 +135,16 @@ TEST(Fonts, ClippingTransparencyAndWeight) {
         ink[bold] = int(std::count(px.begin(), px.end(), 10u));
     }
     EXPECT_GT(ink[1], ink[0] * 11 / 10);
+    // A surrogate pair is one code point: U+1D546 has a glyph, U+1D547 none.
+    Canvas g(40, 40, 8);
+    FontScope f(g.dc, Font(24, 400));
+    auto glyph = [&](const char16_t* text) {
+        g.Fill(0x80);
+        RECT r{0, 0, 40, 40};
+        DrawTextW(g.dc, text, -1, &r, DT_LEFT);
+        return g.Pixels();
+    };
+    EXPECT_NE(glyph(u"\U0001D546"), glyph(u"\U0001D547"));
     // A buffer context draws with the stock font in exact XRGB colours.
     std::vector<uint32_t> pixels(120 * 30, 0x00336699u);
     HDC dc = PlatCreateBufferDC(pixels.data(), 120, 30, 480);

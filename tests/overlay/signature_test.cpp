@@ -81,6 +81,7 @@ TEST(SigSave, ReloadsWithStrokesInPlaceAndTurnedOnRequest) {
             for (LONG x = 0; x < 60; ++x) ink[y >= 40] += StorePixel(pic, x, y) == 0;
         EXPECT_EQ(ink[0], 36 + 6 + 1 + 5);  // nothing between the strokes, nothing else
         EXPECT_GT(ink[1], 5);               // the text, upright, under the signature
+        EXPECT_EQ(StorePixel(pic, 59, 39 + th), 1u);  // and white beside it
     }
 }
 
