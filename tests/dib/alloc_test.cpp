@@ -17,8 +17,7 @@ void ExpectUntouchedOrEmpty(HDIB h, const std::vector<BYTE>& before) {
         EXPECT_EQ(StoreBytes(h), before);
         return;
     }
-    EXPECT_EQ(DibHeight(h), 0);
-    EXPECT_EQ(DibBitCount(h), 0);
+    EXPECT_EQ(DibHeight(h) | DibBitCount(h) | DibRowLength(h) | LONG(DibNumColors(h)), 0);
     EXPECT_EQ(DibBitsPtr(h), nullptr);
     EXPECT_FALSE(DibHasBitmap(h));
     EXPECT_EQ(tovClear(h, 3), DWORD(DibErrorInvalidDIB));

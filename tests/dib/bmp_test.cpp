@@ -28,7 +28,7 @@ DWORD Save(const std::string& path, HDIB h) { return DibBMPSave(W(path).c_str(),
 TEST(DibBmp, RoundTripsGiveEqualBitmapsAndEqualFiles) {
     ScratchDir dir;
     LeakGuard guard;
-    for (DWORD bits : kDepths) {
+    for (DWORD bits : kDepths)
         for (LONG width : kWidths) {
             SCOPED_TRACE(testing::Message() << bits << " bits, width " << width);
             Dib h(MakePatterned(width, 5, bits, 9));
@@ -46,17 +46,10 @@ TEST(DibBmp, RoundTripsGiveEqualBitmapsAndEqualFiles) {
             ASSERT_EQ(tovSaveBMP(back, u"second.bmp"), 0u);
             EXPECT_EQ(ReadFileBytes("second.bmp"), first);
         }
-    }
-}
-
-TEST(DibBmp, SmallestFileByteForByte) {
-    ScratchDir dir;
-    Dib one(tovCreateHDIBExt(8, 1, 255, 1));
-    ASSERT_EQ(Save("one.bmp", one), 0u);
-    const char expected[] =
-        "BM\x42\0\0\0\0\0\0\0\x3e\0\0\0" "\x28\0\0\0\x08\0\0\0\x01\0\0\0\x01\0\x01\0"
-        "\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x02\0\0\0\0\0\0\0"
-        "\0\0\0\0\xff\xff\xff\0" "\xff\0\0\0";
+    // The smallest file, byte for byte.
+    ASSERT_EQ(Save("one.bmp", Dib(tovCreateHDIBExt(8, 1, 255, 1))), 0u);
+    const char expected[] = "BM\x42\0\0\0\0\0\0\0\x3e\0\0\0\x28\0\0\0\x08\0\0\0\x01\0\0\0\x01\0\x01\0\0\0\0\0\0\0"
+                            "\0\0\0\0\0\0\0\0\0\0\x02\0\0\0\0\0\0\0\0\0\0\0\xff\xff\xff\0\xff\0\0\0";
     EXPECT_EQ(ReadFileBytes("one.bmp"), std::string(expected, sizeof expected - 1));
 }
 
@@ -88,27 +81,24 @@ TEST(DibBmp, MalformedFilesGiveNullWithoutLeaks) {
     ScratchDir dir;
     ASSERT_EQ(Save("good.bmp", Dib(MakePatterned(9, 4, 8))), 0u);
     const std::string good = ReadFileBytes("good.bmp");
-    const uint32_t off = Le32(good, 10);  // 54 + 1024
-    struct Case { const char* what; std::string bytes; const char* line; };
-    std::vector<Case> cases = {
-        {"13 bytes", good.substr(0, 13), "<DibBMPLoad()=NULL (ReadFile)\r"},
-        {"not BM", "BA" + good.substr(2), "<DibBMPLoad()=NULL (ReadFile)\r"},
-        {"pixels cut", good.substr(0, good.size() - 1), "<DibBMPLoad()=NULL (ReadFile)\r"},
+    const uint32_t off = Le32(good, 10), size = uint32_t(good.size());  // 54 + 1024
+    const char* readFile = "<DibBMPLoad()=NULL (ReadFile)\r";
+    struct Case { std::string bytes; const char* line; } cases[] = {
+        {good.substr(0, 13), readFile}, {"BA" + good.substr(2), readFile}, {good.substr(0, size - 1), readFile}};
+    // One field changed: bfOffBits 53, below the colours, past the end;
+    // bfSize below bfOffBits, beyond the store; header size 12; width 0,
+    // negative; top-down; huge; planes 2; depth 0, 2; RLE8; bit fields;
+    // biSizeImage beyond all, below the rows; biClrUsed 300.
+    struct Field { size_t at, size; uint32_t value; } fields[] = {
+        {10, 4, 53}, {10, 4, off - 4}, {10, 4, 0xFFFFFFF0u}, {2, 4, off - 1}, {2, 4, size + 4}, {14, 4, 12},
+        {18, 4, 0}, {18, 4, uint32_t(-9)}, {22, 4, uint32_t(-4)}, {18, 4, 3000000}, {26, 2, 2}, {28, 2, 0}, {28, 2, 2},
+        {30, 4, 1}, {30, 4, 3}, {34, 4, 2129587950u}, {34, 4, 47}, {46, 4, 300},
     };
-    // One field of the good file changed: offset, width in bytes, value.
-    struct Field { const char* what; size_t at, size; uint32_t value; } fields[] = {
-        {"bfOffBits 53", 10, 4, 53}, {"bfOffBits below the colours", 10, 4, off - 4},
-        {"bfOffBits past the end", 10, 4, 0xFFFFFFF0u}, {"bfSize below bfOffBits", 2, 4, off - 1},
-        {"bfSize beyond the store", 2, 4, uint32_t(good.size()) + 4}, {"header size 12", 14, 4, 12},
-        {"width 0", 18, 4, 0}, {"negative width", 18, 4, uint32_t(-9)}, {"top-down", 22, 4, uint32_t(-4)},
-        {"huge", 18, 4, 3000000}, {"planes 2", 26, 2, 2}, {"depth 0", 28, 2, 0}, {"depth 2", 28, 2, 2},
-        {"RLE8", 30, 4, 1}, {"bit fields at 8 bits", 30, 4, 3}, {"biSizeImage beyond all", 34, 4, 2129587950u}, {"biSizeImage below the rows", 34, 4, 47},
-        {"biClrUsed 300", 46, 4, 300},
-    };
+    std::vector<Case> all(std::begin(cases), std::end(cases));
     for (const Field& f : fields) {
         std::string b = good;
         for (size_t i = 0; i < f.size; ++i) b[f.at + i] = char(f.value >> (8 * i));
-        cases.push_back({f.what, b, nullptr});
+        all.push_back({b, nullptr});
     }
     // 24 bits without colours; rows of 9 pixels take 28 bytes, and are there.
     std::string deep = good.substr(0, 54) + good.substr(off) + std::string(4 * 28 - 4 * 12, '\0');
@@ -116,16 +106,16 @@ TEST(DibBmp, MalformedFilesGiveNullWithoutLeaks) {
     Put32(deep, 46, 0);
     Put32(deep, 10, 54);
     Put32(deep, 2, uint32_t(deep.size()));
-    cases.push_back({"24 bits without colours", deep, "<DibBMPLoad()=NULL (DibCreateFromBitmapInfo)\r"});
+    all.push_back({deep, "<DibBMPLoad()=NULL (DibCreateFromBitmapInfo)\r"});
     // 8 bits count 256 colours when biClrUsed is 0: the pixels cannot start among them.
     std::string implied = good;
     Put32(implied, 46, 0);
     Put32(implied, 10, off - 4);
-    Put32(implied, 2, uint32_t(good.size()) - 4);
-    cases.push_back({"bfOffBits among the implied colours", implied, nullptr});
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.what);
-        WriteBytes("bad.bmp", c.bytes);
+    Put32(implied, 2, size - 4);
+    all.push_back({implied, nullptr});
+    for (size_t i = 0; i < all.size(); ++i) {
+        SCOPED_TRACE(i);
+        WriteBytes("bad.bmp", all[i].bytes);
         LeakGuard guard;
         StartLog(8);
         EXPECT_EQ(tovLoadBMP(u"bad"), nullptr);
@@ -133,7 +123,7 @@ TEST(DibBmp, MalformedFilesGiveNullWithoutLeaks) {
         auto lines = LogLines();
         ASSERT_GE(lines.size(), 2u);
         EXPECT_EQ(lines.back(), "<tovLoadBMP()=NULL (error)\r");
-        EXPECT_TRUE(!c.line || lines[lines.size() - 2] == c.line) << lines[lines.size() - 2];
+        EXPECT_TRUE(!all[i].line || lines[lines.size() - 2] == all[i].line) << lines[lines.size() - 2];
     }
     LeakGuard guard;
     EXPECT_EQ(Load("missing.bmp"), nullptr);
@@ -144,16 +134,13 @@ TEST(DibBmp, MalformedFilesGiveNullWithoutLeaks) {
 // bits that carry a colour table) load with their pixels as stored; all
 // others are refused, none crashes or leaks.
 TEST(DibBmp, PublicSuite) {
-    const std::set<std::string> loads = {
-        "g/pal1.bmp", "g/pal1bg.bmp", "g/pal1wb.bmp", "g/pal4.bmp", "g/pal4gs.bmp", "g/pal8.bmp",
-        "g/pal8-0.bmp", "g/pal8gs.bmp", "g/pal8nonsquare.bmp", "g/pal8w124.bmp", "g/pal8w125.bmp",
-        "g/pal8w126.bmp", "g/rgb24pal.bmp", "g/rgb16-565pal.bmp", "q/pal1p1.bmp", "q/pal8offs.bmp",
-        "b/baddens1.bmp", "b/baddens2.bmp", "b/pal8badindex.bmp",
-    };
+    const std::set<std::string> loads = {"g/pal1", "g/pal1bg", "g/pal1wb", "g/pal4", "g/pal4gs", "g/pal8", "g/pal8-0",
+        "g/pal8gs", "g/pal8nonsquare", "g/pal8w124", "g/pal8w125", "g/pal8w126", "g/rgb24pal", "g/rgb16-565pal",
+        "q/pal1p1", "q/pal8offs", "b/baddens1", "b/baddens2", "b/pal8badindex"};
     int loaded = 0, refused = 0;
     for (const char* group : {"g", "q", "b", "x"}) {
         for (const std::string& path : FilesIn(TestDataDir() + "/bmpsuite/" + group, ".bmp")) {
-            const std::string name = std::string(group) + "/" + BaseName(path);
+            const std::string base = BaseName(path), name = std::string(group) + "/" + base.substr(0, base.size() - 4);
             SCOPED_TRACE(name);
             LeakGuard guard;
             Dib h(Load(path));
@@ -179,17 +166,17 @@ TEST(DibBmp, PublicSuite) {
 }
 
 TEST(DibBmp, FixExtensionTable) {
-    struct Case { const char* name; const char* ext; int result; const char* after; } cases[] = {
-        {"a", "bmp", 0, "a"}, {"", "bmp", 0, ""}, {"ab", "bmp", 1, "ab.bmp"},
-        {"x.bmp", "bmp", 1, "x.bmp"}, {"x.BmP", "bmp", 1, "x.BmP"}, {"x.jpg", "bmp", 1, "x.jpg.bmp"},
-        {"x.bmp.jpg", "bmp", 1, "x.bmp.jpg.bmp"}, {"x.jpg.bmp", "bmp", 1, "x.jpg.bmp"}, {"name.", "bmp", 1, "name.bmp"},
+    struct Case { const char *name, *ext; int result; const char* after; } cases[] = {
+        {"a", "bmp", 0, "a"}, {"", "bmp", 0, ""}, {"ab", "bmp", 1, "ab.bmp"}, {"x.bmp", "bmp", 1, "x.bmp"},
+        {"x.BmP", "bmp", 1, "x.BmP"}, {"x.jpg", "bmp", 1, "x.jpg.bmp"}, {"x.bmp.jpg", "bmp", 1, "x.bmp.jpg.bmp"},
+        {"x.jpg.bmp", "bmp", 1, "x.jpg.bmp"}, {"name.", "bmp", 1, "name.bmp"},
         {".bmp", "bmp", 1, ".bmp.bmp"},  // a leading dot is no extension
         {".b", "png", 1, ".b.png"}, {"d.x/file", "jpg", 1, "d.x/file.jpg"}, {"x.bmpx", "bmp", 1, "x.bmpx.bmp"},
         {"x.bm", "bmp", 1, "x.bm.bmp"},
     };
     for (const Case& c : cases) {
         WCHAR buffer[TOV_MAX_PATH] = {};
-        std::u16string name = W(c.name);
+        const std::u16string name = W(c.name);
         std::copy(name.begin(), name.end(), buffer);
         EXPECT_EQ(tovFixExtension(buffer, W(c.ext).c_str()), c.result) << c.name;
         EXPECT_EQ(N(buffer), c.after) << c.name;
@@ -203,4 +190,10 @@ TEST(DibBmp, FixExtensionTable) {
         EXPECT_EQ(buffer[TOV_MAX_PATH], u'#');
         EXPECT_EQ(buffer[TOV_MAX_PATH - 1], 0) << n;
     }
+    // A name without its end up to unreadable memory is read no further than
+    // the trace line can show.
+    GuardedPage page;
+    WCHAR* unended = reinterpret_cast<WCHAR*>(page.End()) - (TOV_TRACE_NAME_MAX - 1);
+    std::fill(unended, unended + TOV_TRACE_NAME_MAX - 1, u'n');
+    EXPECT_EQ(tovSaveBMP(nullptr, unended), DWORD(tovErrorBadFileName));
 }

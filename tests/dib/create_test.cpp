@@ -31,12 +31,11 @@ TEST(DibCreate, CreateClearAndRecreate) {
     LeakGuard guard;
     // 255 fills any depth with its largest value.
     struct Case { DWORD bits, clear, pixel; } cases[] = {
-        {8, 0, 0}, {8, 255, 255}, {8, 128, 128}, {4, 0, 0}, {4, 255, 15},
-        {4, 6, 6}, {1, 0, 0}, {1, 255, 1}, {1, 1, 1},
+        {8, 0, 0}, {8, 255, 255}, {8, 128, 128}, {4, 0, 0}, {4, 255, 15}, {4, 6, 6}, {1, 0, 0}, {1, 255, 1}, {1, 1, 1},
     };
     Dib again(MakePatterned(7, 3, 8));
     again.h->pbmiColors[0].rgbRed = 200;
-    for (const Case& c : cases) {
+    for (const Case& c : cases)
         for (LONG width : kWidths) {
             SCOPED_TRACE(testing::Message() << c.bits << " bits, width " << width << ", clear " << c.clear);
             Dib h(tovCreateHDIBExt(width, 3, c.clear, c.bits));
@@ -44,8 +43,7 @@ TEST(DibCreate, CreateClearAndRecreate) {
             EXPECT_EQ(h.h->ds.dsBmih.biClrUsed, 1u << c.bits);
             EXPECT_TRUE(GreyTable(h, c.bits));
             EXPECT_TRUE(AllPixels(h, c.pixel));
-            EXPECT_EQ(tovClear(h, c.clear ^ 0xFF), 0u);
-            EXPECT_EQ(tovClear(h, c.clear), 0u);
+            EXPECT_EQ(tovClear(h, c.clear ^ 0xFF) | tovClear(h, c.clear), 0u);
             EXPECT_TRUE(AllPixels(h, c.pixel));
             // Re-creation keeps the handle and makes the same grey bitmap.
             ASSERT_EQ(tovRecreateHDIBExt(again, width, 5, c.clear, c.bits), 0u);
@@ -53,31 +51,26 @@ TEST(DibCreate, CreateClearAndRecreate) {
             EXPECT_EQ(DibHeight(again), 5);
             EXPECT_TRUE(GreyTable(again, c.bits));
             EXPECT_TRUE(AllPixels(again, c.pixel));
-            for (LONG y = 0; y < 5; ++y)
-                EXPECT_EQ(again.h->ppRow[y], again.h->pBits + (4 - y) * Stride(width, c.bits));
+            for (LONG y = 0; y < 5; ++y) EXPECT_EQ(again.h->ppRow[y], again.h->pBits + (4 - y) * Stride(width, c.bits));
         }
-    }
     Dib plain(DibCreate(33, 2, 77));
     EXPECT_TRUE(GreyTable(plain, 8));
     EXPECT_TRUE(AllPixels(plain, 77));
 }
 
+// The export's own checks; sizes the header refuses are in the record tests.
 TEST(DibCreate, RefusedArguments) {
     LeakGuard guard;
-    // Sizes the header would refuse too are in the record tests; these are the
-    // export's own checks.
     EXPECT_EQ(tovCreateHDIBExt(10, 10, 0, 24), nullptr);
     EXPECT_EQ(tovCreateHDIBExt(10, 10, 0, 2), nullptr);
     EXPECT_EQ(tovCreateHDIBExt(0x7FFFFFFF, 0x7FFFFFFF, 0, 8), nullptr);
     EXPECT_EQ(DibCreate(0, 4, 0), nullptr);
-
     Dib h(tovCreateHDIBExt(4, 4, 9, 8));
     EXPECT_EQ(tovRecreateHDIBExt(h, 4, 4, 0, 24), DWORD(DibErrorInvalidParm));
     EXPECT_EQ(tovClear(h, 256), DWORD(DibErrorInvalidParm));
     EXPECT_EQ(tovConvert(h, 2), DWORD(DibErrorInvalidParm));
     EXPECT_EQ(tovConvert(h, 8), 0u);  // same depth: nothing happens
     EXPECT_TRUE(AllPixels(h, 9));
-
     // A bitmap of 24 bits cannot be converted or cleared.
     alignas(8) BYTE block[48] = {};
     reinterpret_cast<BITMAPINFO*>(block)->bmiHeader = {40, 3, 3, 1, 24, 0, 0, 0, 0, 2, 0};
@@ -91,8 +84,8 @@ TEST(DibCreate, ConversionTables) {
     LeakGuard guard;
     // The boundaries of each direction.
     struct Case { DWORD from, to, v, expected; } cases[] = {
-        {8, 1, 127, 0}, {8, 1, 128, 1}, {8, 4, 15, 0}, {8, 4, 16, 1}, {8, 4, 255, 15},
-        {4, 8, 1, 17}, {4, 8, 15, 255}, {4, 1, 7, 0}, {4, 1, 8, 1}, {1, 8, 1, 255}, {1, 4, 1, 15},
+        {8, 1, 127, 0}, {8, 1, 128, 1}, {8, 4, 15, 0}, {8, 4, 16, 1}, {8, 4, 255, 15}, {4, 8, 1, 17},
+        {4, 8, 15, 255}, {4, 1, 7, 0}, {4, 1, 8, 1}, {1, 8, 1, 255}, {1, 4, 1, 15},
     };
     for (const Case& c : cases) {
         Dib h(tovCreateHDIBExt(3, 2, 0, c.from));
@@ -103,21 +96,18 @@ TEST(DibCreate, ConversionTables) {
     }
     // Up and back down gives the picture back at every width, so that all
     // six directions reach each row's end; the handle stays.
-    for (DWORD low : {1u, 4u})
-        for (DWORD high : {4u, 8u}) {
-            if (high <= low) continue;
-            for (LONG width : kWidths) {
-                SCOPED_TRACE(testing::Message() << low << "<->" << high << ", width " << width);
-                Dib p(MakePatterned(width, 3, low, 5));
-                HDIB before = p.h;
-                ASSERT_EQ(tovConvert(p, high), 0u);
-                EXPECT_TRUE(GreyTable(p, high));
-                ASSERT_EQ(tovConvert(p, low), 0u);
-                EXPECT_EQ(p.h, before);
-                EXPECT_TRUE(GreyTable(p, low));
-                for (LONG y = 0; y < 3; ++y)
-                    for (LONG x = 0; x < width; ++x) ASSERT_EQ(StorePixel(p, x, y), Pattern(x, y, low, 5)) << x << "," << y;
-            }
+    for (auto [low, high] : {std::pair<DWORD, DWORD>{1, 4}, {1, 8}, {4, 8}})
+        for (LONG width : kWidths) {
+            SCOPED_TRACE(testing::Message() << low << "<->" << high << ", width " << width);
+            Dib p(MakePatterned(width, 3, low, 5));
+            HDIB before = p.h;
+            ASSERT_EQ(tovConvert(p, high), 0u);
+            EXPECT_TRUE(GreyTable(p, high));
+            ASSERT_EQ(tovConvert(p, low), 0u);
+            EXPECT_EQ(p.h, before);
+            EXPECT_TRUE(GreyTable(p, low));
+            for (LONG y = 0; y < 3; ++y)
+                for (LONG x = 0; x < width; ++x) ASSERT_EQ(StorePixel(p, x, y), Pattern(x, y, low, 5)) << x << "," << y;
         }
 }
 
@@ -125,16 +115,13 @@ TEST(DibCreate, CopyBetweenHandles) {
     LeakGuard guard;
     // Equal size and depth: the pixels only; the destination keeps its table
     // and its store.
-    Dib dst(tovCreateHDIBExt(9, 4, 0, 8));
-    {
-        Dib src(MakePatterned(9, 4, 8, 1));
-        dst.h->pbmiColors[5].rgbRed = 1;
-        BYTE* store = dst.h->pBits;
-        ASSERT_EQ(DibCopy(dst, src), 0u);
-        EXPECT_EQ(dst.h->pBits, store);
-        EXPECT_EQ(dst.h->pbmiColors[5].rgbRed, 1);
-        EXPECT_EQ(StoreBytes(dst), StoreBytes(src));
-    }
+    Dib dst(tovCreateHDIBExt(9, 4, 0, 8)), src(MakePatterned(9, 4, 8, 1));
+    dst.h->pbmiColors[5].rgbRed = 1;
+    BYTE* store = dst.h->pBits;
+    ASSERT_EQ(DibCopy(dst, src), 0u);
+    EXPECT_EQ(dst.h->pBits, store);
+    EXPECT_EQ(dst.h->pbmiColors[5].rgbRed, 1);
+    EXPECT_EQ(StoreBytes(dst), StoreBytes(src));
     // Otherwise the destination is re-made as the source, with the grey table.
     for (DWORD bits : kDepths)
         for (LONG width : kWidths) {

@@ -56,9 +56,7 @@ TEST(DibPixel, UnmaskedValuesWithinOneByte) {
     h4.h->ppRow[0][0] = 0xA5;
     EXPECT_EQ(DibGetPixel4(h4, 0, 0), 0xAu);  // high nibble first
     EXPECT_EQ(DibGetPixel4(h4, 1, 0), 0x5u);
-}
-
-TEST(DibPixel, RegisterRefusesOtherDepthsAndKeepsThePair) {
+    // Other depths are refused and leave the pair registered before.
     DibPixelIO io{};
     EXPECT_EQ(DibRegisterPixelIO(4, &io), 0u);
     for (DWORD bad : {0u, 2u, 16u, 24u, 0xFFFFFFFFu})

@@ -24,10 +24,8 @@ TEST(ToolTest, SampleInfoAndConvertWorkTogether) {
     // Depths, other file types by the extension, and names that are UTF-8 on
     // the command line and UTF-16 in the library.
     struct Case { const char* name; const char* options; int depth, colours; } cases[] = {
-        {"out.bmp", "--depth 1", 1, 2},
-        {"out4.bmp", "--depth 4", 4, 16},
-        {"card.png", "--depth 8 --quality 90", 8, 256},
-        {"CARD.JPG", "--depth 8 --quality 90", 8, 256},
+        {"out.bmp", "--depth 1", 1, 2}, {"out4.bmp", "--depth 4", 4, 16},
+        {"card.png", "--depth 8 --quality 90", 8, 256}, {"CARD.JPG", "--depth 8 --quality 90", 8, 256},
         {"k\xc3\xa4rtchen \xe2\x82\xac.bmp", "--depth 4", 4, 16},
     };
     for (const Case& c : cases) {
@@ -41,16 +39,14 @@ TEST(ToolTest, SampleInfoAndConvertWorkTogether) {
     EXPECT_EQ(Tov("info small.BMP").out, Info("small.BMP", 160, 120, 1, 2));
 }
 
-TEST(ToolTest, BadUseFailsWithAMessage) {
+TEST(ToolTest, BadUseFailsWithAMessageAndHelpHelps) {
     ScratchDir dir;
     ASSERT_EQ(Tov("sample card.bmp").status, 0);
     WriteBytes("garbage.bmp", "BM not really a bitmap");
     // message: within the error output; status 2 for a usage error, else 1.
     struct Case { const char* arguments, *message; int status; } cases[] = {
-        {"", "usage: tov", 2},
-        {"frobnicate x", "unknown command 'frobnicate'", 2},
-        {"--trace 11 info card.bmp", "--trace takes a level", 2},
-        {"info", "expected 1 argument, got 0", 2},
+        {"", "usage: tov", 2}, {"frobnicate x", "unknown command 'frobnicate'", 2},
+        {"--trace 11 info card.bmp", "--trace takes a level", 2}, {"info", "expected 1 argument, got 0", 2},
         {"info garbage.bmp", "garbage.bmp: cannot be read", 1},
         {"convert card.bmp out.xyz", "unknown picture type", 1},
         {"info card.bmp --colour", "unknown option --colour", 2},
@@ -70,15 +66,11 @@ TEST(ToolTest, BadUseFailsWithAMessage) {
     }
     EXPECT_FALSE(FileExists("out.bmp"));
     EXPECT_FALSE(FileExists("big.bmp"));
-}
-
-TEST(ToolTest, HelpVersionAndTrace) {
-    ScratchDir dir;
+    // Help for all and for each command, by any way of asking, with an example.
     ToolRun r = Tov("--help");
     EXPECT_EQ(r.status, 0);
     for (const char* command : {"info FILE", "convert IN OUT [--depth 1|4|8]", "sample OUT", "capture [--profiles"})
         EXPECT_NE(r.out.find(command), std::string::npos) << command;
-    // Each command's help, by either way of asking, with an example.
     for (const char* ask : {"convert --help", "help convert", "convert a.png -h"}) {
         r = Tov(ask);
         EXPECT_EQ(r.status, 0) << ask;
@@ -98,10 +90,7 @@ TEST(ToolTest, HelpVersionAndTrace) {
 TEST(ToolTest, CommonPicturesAreReadByTheirContent) {
     ScratchDir dir;
     const std::string data = TestDataDir();
-    const struct {
-        std::string file;
-        bool converted;  // read as grey
-    } cases[] = {
+    const struct { std::string file; bool converted; } cases[] = {  // converted: read as grey
         {data + "/pngsuite/basn2c08.png", true},  {data + "/pngsuite/basn6a16.png", true},
         {data + "/pngsuite/basn0g16.png", true},  {data + "/bmpsuite/g/rgb24.bmp", true},
         {data + "/bmpsuite/g/rgb32bf.bmp", true}, {data + "/bmpsuite/g/rgb16.bmp", true},

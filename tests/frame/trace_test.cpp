@@ -18,15 +18,17 @@
 #include <thread>
 
 using namespace tovtest;
+using testing::internal::CaptureStderr;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStderr;
+using testing::internal::GetCapturedStdout;
 
 namespace {
 
-const std::string kDate = R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d )";
-const std::string kTime = R"(\d\d:\d\d:\d\d )";
+const std::string kDate = R"(\d\d/\d\d/\d\d \d\d:\d\d:\d\d )", kTime = R"(\d\d:\d\d:\d\d )";
 constexpr size_t kDateChars = 18;  // "MM/DD/YY hh:mm:ss "
 
 bool Matches(const std::string& text, const std::string& pattern) { return std::regex_match(text, std::regex(pattern)); }
-
 std::string Escape(const std::string& text) {
     return std::regex_replace(text, std::regex(R"([.^$|()\[\]{}*+?\\])"), R"(\$&)");
 }
@@ -36,7 +38,7 @@ struct TraceTest : ::testing::Test {
     ~TraceTest() override { StopLog(); }
 };
 
-TEST_F(TraceTest, GoldenLinesCarryTheirStamps) {
+TEST_F(TraceTest, GoldenLinesCarryTheirStampsToEverySinkInOrder) {
     tovConfigDebug(1, 10, tovDebugFile);
     SYSTEMTIME before, after;
     GetLocalTime(&before);
@@ -60,103 +62,84 @@ TEST_F(TraceTest, GoldenLinesCarryTheirStamps) {
     // The stamp is the local date and time.
     int month, day, year, hour, minute, second;
     ASSERT_EQ(std::sscanf(text.c_str(), "%d/%d/%d %d:%d:%d", &month, &day, &year, &hour, &minute, &second), 6);
-    if (before.wDay != after.wDay) GTEST_SKIP() << "midnight passed during the test";
-    EXPECT_EQ(std::vector<int>({month, day, year}), std::vector<int>({before.wMonth, before.wDay, before.wYear % 100}));
-    const int at = hour * 3600 + minute * 60 + second;
-    EXPECT_GE(at, before.wHour * 3600 + before.wMinute * 60 + before.wSecond);
-    EXPECT_LE(at, after.wHour * 3600 + after.wMinute * 60 + after.wSecond);
+    if (before.wDay == after.wDay) {  // else midnight passed during the test
+        EXPECT_EQ(std::vector<int>({month, day, year}),
+                  std::vector<int>({before.wMonth, before.wDay, before.wYear % 100}));
+        const int at = hour * 3600 + minute * 60 + second;
+        EXPECT_GE(at, before.wHour * 3600 + before.wMinute * 60 + before.wSecond);
+        EXPECT_LE(at, after.wHour * 3600 + after.wMinute * 60 + after.wSecond);
+    }
+    // Every sink the same line: the debug stream first, then the message box
+    // with its caption (both standard error), the console, the file.
+    tovConfigDebug(1, 5, 0x0F);
+    std::remove("imaging.log");
+    CaptureStdout();
+    CaptureStderr();
+    DebugTrace(5, u">tovWidth(%d) %s\r\n", 7, u"w\u00f6rld \u20ac\U0001F600");
+    const std::string out = GetCapturedStdout(), err = GetCapturedStderr(), line = LogText();
+    ASSERT_TRUE(Matches(line, kDate + ">tovWidth\\(7\\) w\xc3\xb6rld \xe2\x82\xac\xf0\x9f\x98\x80\r\n")) << line;
+    EXPECT_EQ(out, line);
+    EXPECT_EQ(err.substr(0, line.size()), line);
+    EXPECT_NE(err.find("Debug", line.size()), std::string::npos);
+    EXPECT_NE(err.find(line, line.size()), std::string::npos);
 }
 
-TEST_F(TraceTest, SettingsDecideWhatReachesTheFile) {
+TEST_F(TraceTest, SettingsDecideWhatReachesTheSinks) {
     const std::vector<std::string> all = {"L0\r", "L5\r", "L8\r", "L9\r", "L10\r", "E\r"};
-    struct Case {
-        DWORD enable, level, outputs;
-        std::vector<std::string> lines;  // empty: no file at all
-    } cases[] = {
-        {1, 5, tovDebugFile, {"L0\r", "L5\r", "E\r"}},
-        {1, 8, tovDebugFile, {"L0\r", "L5\r", "L8\r", "E\r"}},
-        {1, 0, tovDebugFile, {"L0\r", "E\r"}},
-        {1, 10, tovDebugFile, all},
-        {1, 0xFFFFFFFFu, tovDebugFile | 0xF0u, all},
-        {0, 10, 0x0F, {}},
-        {1, 10, 0, {}},
-        {1, 10, 0xFFFFFFF0u, {}},
+    struct Case { DWORD enable, level, outputs; std::vector<std::string> lines; } cases[] = {  // empty: no file
+        {1, 5, tovDebugFile, {"L0\r", "L5\r", "E\r"}}, {1, 8, tovDebugFile, {"L0\r", "L5\r", "L8\r", "E\r"}},
+        {1, 0, tovDebugFile, {"L0\r", "E\r"}},         {1, 10, tovDebugFile, all},
+        {1, 0xFFFFFFFFu, tovDebugFile | 0xF0u, all},   {0, 10, 0x0F, {}},
+        {1, 10, 0, {}},                                {1, 10, 0xFFFFFFF0u, {}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::Message() << c.enable << "," << c.level << "," << c.outputs);
         std::remove("imaging.log");
         tovConfigDebug(c.enable, c.level, c.outputs);
-        ::testing::internal::CaptureStdout();
-        ::testing::internal::CaptureStderr();
+        CaptureStdout();
+        CaptureStderr();
         for (DWORD level : {0u, 5u, 8u, 9u, 10u}) DebugTrace(level, u"L%d\r\n", level);
         DebugError(u"E\r\n");
         DebugMemoryStatus(0);
         if (!c.enable) DebugWriteFile(u"the file sink alone\r\n");
-        const std::string out = ::testing::internal::GetCapturedStdout();
-        const std::string err = ::testing::internal::GetCapturedStderr();
-        if (c.lines.empty()) {
-            EXPECT_FALSE(FileExists("imaging.log"));
-            EXPECT_EQ(out + err, "");
-            continue;
-        }
-        std::vector<std::string> lines = LogLines();
-        ASSERT_EQ(lines.size(), c.lines.size() + 8);  // and the memory dump at level 0
-        EXPECT_EQ(std::vector<std::string>(lines.begin(), lines.begin() + c.lines.size()), c.lines);
+        const std::string out = GetCapturedStdout() + GetCapturedStderr();
+        const std::vector<std::string> lines = LogLines();
+        EXPECT_EQ(FileExists("imaging.log"), !c.lines.empty());
+        if (c.lines.empty()) EXPECT_EQ(out, "");
+        else if (lines.size() == c.lines.size() + 8)  // and the memory dump at level 0
+            EXPECT_EQ(std::vector<std::string>(lines.begin(), lines.begin() + c.lines.size()), c.lines);
+        else ADD_FAILURE() << lines.size() << " lines";
     }
-}
-
-TEST_F(TraceTest, SinksGetTheSameLineInTheirOrder) {
-    tovConfigDebug(1, 5, 0x0F);
-    ::testing::internal::CaptureStdout();
-    ::testing::internal::CaptureStderr();
-    DebugTrace(5, u">tovWidth(%d) %s\r\n", 7, u"w\u00f6rld \u20ac\U0001F600");
-    const std::string out = ::testing::internal::GetCapturedStdout(), err = ::testing::internal::GetCapturedStderr();
-    const std::string line = LogText();
-    ASSERT_TRUE(Matches(line, kDate + ">tovWidth\\(7\\) w\xc3\xb6rld \xe2\x82\xac\xf0\x9f\x98\x80\r\n")) << line;
-    EXPECT_EQ(out, line);  // console
-    // Debug stream first, then the message box with its caption.
-    EXPECT_EQ(err.substr(0, line.size()), line);
-    EXPECT_NE(err.find("Debug", line.size()), std::string::npos);
-    EXPECT_NE(err.find(line, line.size()), std::string::npos);
     // The console alone: no file.
     tovConfigDebug(1, 5, tovDebugConsole);
     std::remove("imaging.log");
-    ::testing::internal::CaptureStdout();
+    CaptureStdout();
     DebugError(u"console only\r\n");
-    EXPECT_TRUE(Matches(::testing::internal::GetCapturedStdout(), kTime + "console only\r\n"));
+    EXPECT_TRUE(Matches(GetCapturedStdout(), kTime + "console only\r\n"));
     EXPECT_FALSE(FileExists("imaging.log"));
 }
 
 // Stamp and text together hold at most 1023 characters; a longer line is cut,
 // keeps the ending its format asks for, and stays valid UTF-8.
 TEST_F(TraceTest, LongLinesAreCutAndKeepTheirEnding) {
-    struct Case {
-        std::u16string body, ending;
-        size_t expectedUnits;  // of the body's character kept
-    } cases[] = {
-        {std::u16string(1003, u'a'), u"\r\n", 1003},  // exactly full
-        {std::u16string(1004, u'a'), u"\r\n", 1003},
-        {std::u16string(5000, u'a'), u"\r\n", 1003},
-        {std::u16string(5000, u'a'), u"\n", 1004},
-        {std::u16string(5000, u'a'), u"", 1005},
-        {std::u16string(2000, u'\u00e9'), u"\r\n", 1003},  // two bytes each
+    std::u16string pairs(1002, u'a');
+    for (int i = 0; i < 50; ++i) pairs += u"\U0001F600";
+    struct Case { std::u16string body, ending; std::string want; } cases[] = {
+        {std::u16string(1003, u'a'), u"\r\n", std::string(1003, 'a')},  // exactly full
+        {std::u16string(1004, u'a'), u"\r\n", std::string(1003, 'a')},
+        {std::u16string(5000, u'a'), u"\n", std::string(1004, 'a')},
+        {std::u16string(5000, u'a'), u"", std::string(1005, 'a')},
+        {std::u16string(2000, u'\u00e9'), u"\r\n", N(std::u16string(1003, u'\u00e9').c_str())},  // two bytes each
+        {pairs, u"\r\n", std::string(1002, 'a')},  // a pair the cut would split is left out whole
     };
     tovConfigDebug(1, 5, tovDebugFile);
     for (const Case& c : cases) {
-        SCOPED_TRACE(::testing::Message() << c.body.size() << " of " << N(c.body.substr(0, 1).c_str()));
         std::remove("imaging.log");
         DebugTrace(5, (c.body + c.ending).c_str());
-        const std::string want = N(std::u16string(c.expectedUnits, c.body[0]).c_str()) + N(c.ending.c_str());
-        const std::string text = LogText();
-        ASSERT_EQ(text.size(), kDateChars + want.size());
+        const std::string want = c.want + N(c.ending.c_str()), text = LogText();
+        ASSERT_EQ(text.size(), kDateChars + want.size()) << c.want.size();
         EXPECT_TRUE(text.compare(kDateChars, std::string::npos, want) == 0);  // no kilobyte of letters on failure
     }
-    // A pair of surrogates that the cut would split is left out whole.
-    std::remove("imaging.log");
-    std::u16string pairs(1002, u'a');
-    for (int i = 0; i < 50; ++i) pairs += u"\U0001F600";
-    DebugTrace(5, (pairs + u"\r\n").c_str());
-    EXPECT_TRUE(LogText().compare(kDateChars, std::string::npos, std::string(1002, 'a') + "\r\n") == 0);
     // A text longer than the line buffer through the format itself.
     std::remove("imaging.log");
     DebugError(u"%s\r\n", std::u16string(3000, u'b').c_str());
@@ -185,9 +168,9 @@ TEST_F(TraceTest, FileSinkAppendsToTheConfiguredFile) {
     std::remove("imaging.log");
     ASSERT_EQ(mkdir("imaging.log", 0755), 0);
     tovConfigDebug(1, 5, tovDebugFile | tovDebugConsole);
-    ::testing::internal::CaptureStdout();
+    CaptureStdout();
     DebugTrace(5, u"lost\r\n");
-    EXPECT_TRUE(Matches(::testing::internal::GetCapturedStdout(), kDate + "lost\r\n"));
+    EXPECT_TRUE(Matches(GetCapturedStdout(), kDate + "lost\r\n"));
     rmdir("imaging.log");
 }
 

@@ -1,7 +1,5 @@
 // Flips, crop and scale against the rules written pixel by pixel, at 1, 4
 // and 8 bits over widths that straddle byte and word boundaries.
-#include <functional>
-
 #include "opstest.h"
 
 using namespace opstest;
@@ -102,13 +100,11 @@ TEST(Geometry, ScaleMatchesReference) {
             }
 }
 
-// Sizes worked out by hand, which hold the reference to the rules too.
+// Sizes and sampled columns worked out by hand: they hold the reference to
+// the rules too.
 TEST(Geometry, ScaleKnownSizes) {
     const struct { LONG w, h; DWORD percent; LONG nw, nh; std::vector<int> columns; } cases[] = {
-        {640, 480, 33, 211, 158, {0, 3, 6, 9}},
-        {832, 640, 75, 624, 480, {0, 1, 2, 4}},
-        {10, 7, 50, 5, 4, {0, 2, 4, 6, 8}},
-    };
+        {640, 480, 33, 211, 158, {0, 3, 6, 9}}, {832, 640, 75, 624, 480, {0, 1, 2, 4}}, {10, 7, 50, 5, 4, {0, 2, 4, 6, 8}}};
     for (const auto& c : cases) {
         Dib g(tovCreateHDIBExt(c.w, c.h, 0, 8));
         for (LONG y = 0; y < c.h; ++y)
@@ -122,7 +118,6 @@ TEST(Geometry, ScaleKnownSizes) {
 // Rectangles outside (their ends wrapping past 2^32 included), percentages
 // out of range; nothing refused changes a pixel.
 TEST(Geometry, Refusals) {
-    using Op = std::function<DWORD(HDIB)>;
     auto crop = [](DWORD x, DWORD y, DWORD w, DWORD h) { return [=](HDIB d) { return tovCrop(d, x, y, w, h); }; };
     const struct { const char* what; Op op; DWORD want; } cases[] = {
         {"crop touching the right edge", crop(8, 0, 1, 6), 0}, {"one past it", crop(8, 0, 2, 6), 7},
@@ -130,17 +125,13 @@ TEST(Geometry, Refusals) {
         {"no height", crop(0, 0, 9, 0), 7},                    {"x + w wraps", crop(0xFFFFFFFFu, 0, 2, 1), 7},
         {"y + h wraps", crop(0, 0xFFFFFFF0u, 1, 0x20), 7},     {"w huge", crop(0, 0, 0xFFFFFFFFu, 1), 7},
         {"both halves", crop(0x80000000u, 0, 0x80000001u, 1), 7},
-        {"scale 4", [](HDIB d) { return tovScale(d, 4); }, 7}, {"scale 101", [](HDIB d) { return tovScale(d, 101); }, 7},
-        {"scale to nothing", [](HDIB d) { return tovScale(d, 5); }, 6},
-    };
+        {"scale 4", OP(tovScale(h, 4)), 7}, {"scale 101", OP(tovScale(h, 101)), 7}, {"scale to nothing", OP(tovScale(h, 5)), 6}};
     Dib g = Random(9, 6, 4, 5);
     const Bytes before = Store(g);
     for (const auto& c : cases) {
-        Dib copy(tovCreateCopyHDIB(g));
+        Dib copy = Copy(g);
         EXPECT_EQ(c.op(copy), c.want) << c.what;
-        if (c.want) {
-            EXPECT_EQ(Store(copy), before) << c.what;
-        }
+        if (c.want) { EXPECT_EQ(Store(copy), before) << c.what; }
     }
 }
 

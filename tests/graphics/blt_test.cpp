@@ -1,8 +1,9 @@
-// Raster operations, BitBlt and StretchBlt: the operation table against its
-// truth-table definition, every operation on every depth, stretching,
-// mirroring, clipping, depth conversion, overlap and bad handles.
+// Raster operations, BitBlt and StretchBlt against their definitions: every
+// operation on every depth, stretching, mirroring, clipping, depth
+// conversion, overlap and bad handles.
 #include "gfxcanvas.h"
 
+#include <array>
 #include <climits>
 #include <testsupport.h>
 
@@ -13,20 +14,17 @@ namespace {
 // Result bit = bit (4P + 2S + D) of the operation's truth table.
 uint32_t RopByDefinition(uint32_t rop8, uint32_t p, uint32_t s, uint32_t d) {
     uint32_t r = 0;
-    for (int bit = 0; bit < 32; ++bit) {
-        unsigned index = ((p >> bit) & 1u) << 2 | ((s >> bit) & 1u) << 1 | ((d >> bit) & 1u);
-        r |= ((rop8 >> index) & 1u) << bit;
-    }
+    for (int bit = 0; bit < 32; ++bit)
+        r |= ((rop8 >> (((p >> bit) & 1u) << 2 | ((s >> bit) & 1u) << 1 | ((d >> bit) & 1u))) & 1u) << bit;
     return r;
 }
 
 TEST(RasterOps, TableMatchesTruthTableForAll256) {
     std::mt19937 rng(7);
     for (uint32_t rop = 0; rop < 256; ++rop) {
-        GdiRopFn fn = GdiRopFunction(rop);
         for (int k = 0; k < 64; ++k) {
             uint32_t p = rng(), s = rng(), d = rng();
-            ASSERT_EQ(fn(p, s, d), RopByDefinition(rop, p, s, d)) << "rop " << rop;
+            ASSERT_EQ(GdiRopFunction(rop)(p, s, d), RopByDefinition(rop, p, s, d)) << "rop " << rop;
         }
         bool usesS = false, usesP = false;  // flipping that input alone changes a result
         for (unsigned i = 0; i < 8; ++i) {
@@ -39,7 +37,7 @@ TEST(RasterOps, TableMatchesTruthTableForAll256) {
 }
 
 // Bitmaps of one table combine their raw values, masked to the depth; the
-// pattern is the white brush. SRCCOPY and SRCINVERT on grey among them.
+// pattern is the white brush.
 TEST(BitBlt, All256OperationsOnEachDepth) {
     std::mt19937 rng(3);
     for (int bpp : {1, 2, 4, 8, 16, 24, 32}) {
@@ -47,8 +45,7 @@ TEST(BitBlt, All256OperationsOnEachDepth) {
         ASSERT_TRUE(src.ok() && dst.ok());
         GdiSurface ds;
         ASSERT_TRUE(GdiDcSurface(GdiLookupDc(dst.dc), &ds));
-        uint32_t white = GdiColourToRaw(ds, RGB(255, 255, 255));
-        uint32_t mask = bpp == 32 ? 0x00FFFFFFu : (1u << bpp) - 1u;
+        uint32_t white = GdiColourToRaw(ds, RGB(255, 255, 255)), mask = bpp == 32 ? 0x00FFFFFFu : (1u << bpp) - 1u;
         for (uint32_t rop = 0; rop < 256; ++rop) {
             src.Random(rng);
             dst.Random(rng);
@@ -68,27 +65,29 @@ TEST(StretchBlt, EnlargesShrinksAndMirrors) {
     std::mt19937 rng(5);
     Canvas src(6, 4, 8);
     src.Random(rng);
-    struct Case { int x, y, w, h, sx, sy, sw, sh; };
-    const Case cases[] = {
+    const int cases[][8] = {
         {0, 0, 12, 8, 0, 0, 6, 4}, {0, 0, 3, 2, 0, 0, 6, 4},   {0, 0, 7, 5, 0, 0, 6, 4},
         {6, 4, -6, -4, 0, 0, 6, 4}, {6, 0, -6, 4, 0, 0, 6, 4}, {0, 0, 6, 4, 6, 4, -6, -4},
         {6, 4, -6, -4, 6, 4, -6, -4}, {2, 1, 4, 3, 1, 1, 2, 2},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         Canvas dst(14, 10, 8);
         dst.Fill(7);
-        ASSERT_TRUE(StretchBlt(dst.dc, c.x, c.y, c.w, c.h, src.dc, c.sx, c.sy, c.sw, c.sh, SRCCOPY));
-        int dx0 = std::min(c.x, c.x + c.w), dw = std::abs(c.w), dy0 = std::min(c.y, c.y + c.h), dh = std::abs(c.h);
-        int sx0 = std::min(c.sx, c.sx + c.sw), sw = std::abs(c.sw), sy0 = std::min(c.sy, c.sy + c.sh), sh = std::abs(c.sh);
-        bool mx = (c.w < 0) != (c.sw < 0), my = (c.h < 0) != (c.sh < 0);
+        ASSERT_TRUE(StretchBlt(dst.dc, c[0], c[1], c[2], c[3], src.dc, c[4], c[5], c[6], c[7], SRCCOPY));
+        // Per axis: target start, target extent, source start, source extent, mirrored.
+        auto axis = [&](int i) {
+            return std::array<int, 5>{std::min(c[i], c[i] + c[i + 2]), std::abs(c[i + 2]), std::min(c[i + 4], c[i + 4] + c[i + 6]),
+                                      std::abs(c[i + 6]), (c[i + 2] < 0) != (c[i + 6] < 0)};
+        };
+        auto ax = axis(0), ay = axis(1);
+        auto map = [](const std::array<int, 5>& a, LONG t) {
+            int j = ((2 * (t - a[0]) + 1) * a[3]) / (2 * a[1]);
+            return a[2] + (a[4] ? a[3] - 1 - j : j);
+        };
         for (LONG y = 0; y < 10; ++y)
             for (LONG x = 0; x < 14; ++x) {
-                DWORD want = 7;
-                if (x >= dx0 && x < dx0 + dw && y >= dy0 && y < dy0 + dh) {
-                    int j = ((2 * (x - dx0) + 1) * sw) / (2 * dw), k = ((2 * (y - dy0) + 1) * sh) / (2 * dh);
-                    want = src.Get(sx0 + (mx ? sw - 1 - j : j), sy0 + (my ? sh - 1 - k : k));
-                }
-                ASSERT_EQ(dst.Get(x, y), want) << c.x << "," << c.y << "," << c.w << "," << c.h << " at " << x << "," << y;
+                bool in = x >= ax[0] && x < ax[0] + ax[1] && y >= ay[0] && y < ay[0] + ay[1];
+                ASSERT_EQ(dst.Get(x, y), in ? src.Get(map(ax, x), map(ay, y)) : 7u) << c[0] << "," << c[1] << "," << c[2] << " at " << x << "," << y;
             }
     }
 }
@@ -97,23 +96,21 @@ TEST(BitBlt, ClipsToBothSurfaces) {
     std::mt19937 rng(9);
     Canvas src(8, 8, 8);
     src.Random(rng);
-    struct Case { int x, y, w, h, sx, sy; };
-    const Case cases[] = {
+    const int cases[][6] = {
         {-3, -2, 8, 8, 0, 0}, {5, 6, 8, 8, 0, 0}, {0, 0, 8, 8, -4, -1}, {0, 0, 8, 8, 5, 6},
         {-100, -100, 8, 8, 0, 0}, {INT_MIN, INT_MIN, INT_MAX, INT_MAX, 0, 0},
         {0, 0, INT_MAX, INT_MAX, INT_MIN, INT_MIN}, {INT_MAX, INT_MAX, INT_MIN, INT_MIN, 0, 0},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         Canvas dst(10, 9, 8);
         dst.Fill(3);
-        ASSERT_TRUE(BitBlt(dst.dc, c.x, c.y, c.w, c.h, src.dc, c.sx, c.sy, SRCCOPY));
-        if (c.w < 0) continue;  // wrapping rectangles only have to stay inside
+        ASSERT_TRUE(BitBlt(dst.dc, c[0], c[1], c[2], c[3], src.dc, c[4], c[5], SRCCOPY));
+        if (c[2] < 0) continue;  // wrapping rectangles only have to stay inside
         for (LONG y = 0; y < 9; ++y)
             for (LONG x = 0; x < 10; ++x) {
-                int64_t u = int64_t(x) - c.x + c.sx, v = int64_t(y) - c.y + c.sy;
-                bool inTarget = x >= c.x && x < int64_t(c.x) + c.w && y >= c.y && y < int64_t(c.y) + c.h;
-                bool inSource = u >= 0 && u < 8 && v >= 0 && v < 8;
-                ASSERT_EQ(dst.Get(x, y), inTarget && inSource ? src.Get(LONG(u), LONG(v)) : 3u) << x << "," << y;
+                int64_t u = int64_t(x) - c[0] + c[4], v = int64_t(y) - c[1] + c[5];
+                bool in = x >= c[0] && x < int64_t(c[0]) + c[2] && y >= c[1] && y < int64_t(c[1]) + c[3] && u >= 0 && u < 8 && v >= 0 && v < 8;
+                ASSERT_EQ(dst.Get(x, y), in ? src.Get(LONG(u), LONG(v)) : 3u) << x << "," << y;
             }
     }
 }
@@ -148,8 +145,7 @@ TEST(BitBlt, OverlappingCopyWithinOneBitmap) {
     ASSERT_NE(old, nullptr);
     ASSERT_TRUE(BitBlt(c.dc, 1, 1, 19, 5, second, 0, 0, SRCCOPY));
     for (LONG y = 0; y < 6; ++y)
-        for (LONG x = 0; x < 20; ++x)
-            ASSERT_EQ(c.Get(x, y), before[size_t(x >= 1 && y >= 1 ? (y - 1) * 20 + x - 1 : y * 20 + x)]);
+        for (LONG x = 0; x < 20; ++x) ASSERT_EQ(c.Get(x, y), before[size_t(x >= 1 && y >= 1 ? (y - 1) * 20 + x - 1 : y * 20 + x)]);
     SelectObject(second, old);
     DeleteDC(second);
 }
@@ -174,14 +170,11 @@ TEST(DeviceContexts, RefuseDeadAndForeignHandles) {
     HDC dead = CreateCompatibleDC(nullptr);
     ASSERT_TRUE(DeleteDC(dead));
     int junk[64] = {};
-    HDC fake = reinterpret_cast<HDC>(junk);
-    for (HDC bad : {HDC(nullptr), dead, fake}) {
+    for (HDC bad : {HDC(nullptr), dead, reinterpret_cast<HDC>(junk)}) {
         RECT r{0, 0, 0, 0};
         POINT pts[2] = {{0, 0}, {1, 1}};
-        EXPECT_FALSE(BitBlt(bad, 0, 0, 1, 1, c.dc, 0, 0, SRCCOPY));
-        EXPECT_FALSE(BitBlt(c.dc, 0, 0, 1, 1, bad, 0, 0, SRCCOPY));
-        EXPECT_FALSE(DeleteDC(bad));
-        EXPECT_FALSE(Polyline(bad, pts, 2));
+        EXPECT_FALSE(BitBlt(bad, 0, 0, 1, 1, c.dc, 0, 0, SRCCOPY) || BitBlt(c.dc, 0, 0, 1, 1, bad, 0, 0, SRCCOPY));
+        EXPECT_FALSE(DeleteDC(bad) || Polyline(bad, pts, 2));
         EXPECT_EQ(SelectObject(bad, c.bitmap), nullptr);
         if (bad) {
             EXPECT_EQ(CreateCompatibleDC(bad), nullptr);

@@ -10,8 +10,6 @@ using namespace opstest;
 
 namespace {
 
-HDIB Load(const char* name) { return tovLoadBMP(tovtest::W(name).c_str()); }
-
 TEST(FilterTool, EndToEnd) {
     tovtest::ScratchDir dir;
     ASSERT_EQ(tovtest::Tov("sample card.bmp --width 41 --height 23").status, 0);
@@ -20,7 +18,7 @@ TEST(FilterTool, EndToEnd) {
         "flipvertical crop=3,2,30,17 scale=60 dither16");
     ASSERT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(run.err, "");
-    Dib want(Load("card.bmp")), got(Load("out.bmp"));
+    Dib want(tovLoadBMP(u"card.bmp")), got(tovLoadBMP(u"out.bmp"));
     ASSERT_TRUE(want.h && got.h);
     const LONG k[3] = {1, 2, 1};
     for (DWORD r : {tovAverage(want), tovSharpen(want, 9), tovThreshold(want, 0),
@@ -43,8 +41,7 @@ TEST(FilterTool, EndToEnd) {
         {"card.bmp out.bmp crop=4294967295,0,2,2", "crop=4294967295,0,2,2: DibErrorInvalidParm (7)"},
         {"card.bmp out.bmp crop=0,0,9,4 infinity", "infinity: DibErrorInvalidParm (7)"},  // 4 rows
         {"card4.bmp out.bmp average", "average: DibErrorInvalidDIB (5)"},
-        {"card.bmp", "expected 3 arguments"},
-    };
+        {"card.bmp", "expected 3 arguments"}};
     for (const auto& c : refused) {
         const tovtest::ToolRun r = tovtest::Tov(std::string("filter ") + c.args);
         EXPECT_EQ(r.status, std::string(c.args) == "card.bmp" ? 2 : 1) << c.args;
@@ -52,12 +49,11 @@ TEST(FilterTool, EndToEnd) {
         EXPECT_FALSE(tovtest::FileExists("out.bmp")) << c.args;
         std::remove("out.bmp");
     }
-    const tovtest::ToolRun usage = tovtest::Tov("filter");  // the list of operations
+    const tovtest::ToolRun usage = tovtest::Tov("filter");
     EXPECT_EQ(usage.status, 0);
     for (const char* op : {"brightness=N", "contrast=N", "invert", "gamma=G", "stretch[=LOW,HIGH,MODE]", "rank=R",
                            "despeckle=T,B", "kernel=ROWS,COLS,DIV,BIAS,W1,...", "average", "sharpen=L", "infinity",
-                           "threshold=T", "fliphorizontal", "flipvertical", "crop=X,Y,W,H", "scale=P", "dither2",
-                           "dither16"})
+                           "threshold=T", "fliphorizontal", "flipvertical", "crop=X,Y,W,H", "scale=P", "dither2", "dither16"})
         EXPECT_NE(usage.out.find(std::string("  ") + op), std::string::npos) << op;
 }
 

@@ -14,11 +14,7 @@ using namespace ovl;
 namespace {
 
 TEST(OverlayPlace, SevenPositions) {
-    const struct {
-        DWORD position;
-        LONG W, H, tw, th, x, y;
-        DWORD alignment;
-    } cases[] = {
+    const struct { DWORD position; LONG W, H, tw, th, x, y; DWORD alignment; } cases[] = {
         {0, 640, 480, 80, 16, 0, 0, DT_RIGHT},       {1, 640, 480, 80, 16, 560, 0, DT_RIGHT},
         {2, 640, 480, 80, 16, 560, 464, DT_LEFT},    {3, 640, 480, 80, 16, 0, 464, DT_LEFT},
         {4, 640, 480, 81, 17, 280, 0, DT_CENTER},    {5, 640, 480, 81, 17, 280, 463, DT_CENTER},
@@ -29,9 +25,7 @@ TEST(OverlayPlace, SevenPositions) {
         LONG x = 99, y = 99;
         DWORD alignment = 99;
         ASSERT_TRUE(DibOverlayPlace(c.position, c.W, c.H, c.tw, c.th, &x, &y, &alignment));
-        EXPECT_EQ(x, c.x) << c.position;
-        EXPECT_EQ(y, c.y) << c.position;
-        EXPECT_EQ(alignment, c.alignment) << c.position;
+        EXPECT_EQ(std::vector<LONG>({x, y, LONG(alignment)}), std::vector<LONG>({c.x, c.y, LONG(c.alignment)})) << c.position;
     }
     LONG x = 5, y = 6;
     DWORD alignment = DT_CALCRECT;
@@ -41,8 +35,8 @@ TEST(OverlayPlace, SevenPositions) {
 
 // The label is the measured box, black text on white and nothing else, its
 // lines aligned to the side the position asks for; it lands where the
-// position puts that box: copied with SRCCOPY, combined by
-// exclusive or with SRCINVERT; the rest of the picture is untouched.
+// position puts that box: copied with SRCCOPY, combined by exclusive or
+// with SRCINVERT; the rest of the picture is untouched.
 TEST(OverlayBuffer, StampsTheMeasuredBoxAtEachPosition) {
     const WCHAR* text = u"Xy\n7";
     for (DWORD rop : {SRCCOPY, SRCINVERT}) {
@@ -73,10 +67,8 @@ TEST(OverlayBuffer, StampsTheMeasuredBoxAtEachPosition) {
             for (LONG y = 0; y < 90; ++y)
                 for (LONG x = 0; x < 200; ++x) {
                     DWORD was = before[size_t(y * 200 + x)], want = was;
-                    if (x >= bx && x < bx + tw && y >= by && y < by + th) {
-                        DWORD l = StorePixel(label, x - bx, y - by);
-                        want = rop == SRCCOPY ? l : (was ^ l);
-                    }
+                    if (x >= bx && x < bx + tw && y >= by && y < by + th)
+                        want = rop == SRCCOPY ? StorePixel(label, x - bx, y - by) : was ^ StorePixel(label, x - bx, y - by);
                     ASSERT_EQ(StorePixel(pic, x, y), want) << x << "," << y;
                 }
         }
@@ -84,29 +76,21 @@ TEST(OverlayBuffer, StampsTheMeasuredBoxAtEachPosition) {
 }
 
 TEST(OverlayBuffer, TextsLargerThanThePictureAreClipped) {
-    for (DWORD position = 0; position <= 6; ++position) {
+    for (DWORD position = 0; position <= 6; ++position)
         for (DWORD bits : kDepths) {
             Dib pic(tovCreateHDIBExt(17, 9, 0, bits));
             ASSERT_EQ(tovOverlayBuffer(pic, u"WWWWWWWW\nWWW", position, 40, SRCCOPY), 0u);
             for (DWORD v : Pixels(pic)) EXPECT_TRUE(v == 0 || v == (1u << bits) - 1) << v;
         }
-    }
 }
 
 TEST(OverlayBuffer, RefusalsLeaveThePictureUnchanged) {
     Dib pic(tovCreateHDIBExt(64, 32, 77, 8));
     const auto before = Pixels(pic);
     int junk[32] = {};
-    const struct {
-        HDIB h;
-        const WCHAR* text;
-        DWORD position;
-        LONG height;
-        DWORD expected;
-    } cases[] = {
+    const struct { HDIB h; const WCHAR* text; DWORD position; LONG height; DWORD expected; } cases[] = {
         {pic, u"", 2, 12, 5},  // an empty box cannot be made
-        {pic, u"x", 2, 0, 7}, {pic, u"x", 2, 73, 7}, {pic, nullptr, 2, 12, 7},
-        {pic, reinterpret_cast<const WCHAR*>(8), 2, 12, 7},
+        {pic, u"x", 2, 0, 7}, {pic, u"x", 2, 73, 7}, {pic, nullptr, 2, 12, 7}, {pic, reinterpret_cast<const WCHAR*>(8), 2, 12, 7},
         {pic, u"x", 7, 12, 0}, {pic, u"x", 0xFFFFFFFFu, 12, 0},  // no such position: nothing drawn
         {nullptr, u"x", 2, 12, 5}, {reinterpret_cast<HDIB>(junk), u"x", 2, 12, 5},
     };
@@ -115,7 +99,7 @@ TEST(OverlayBuffer, RefusalsLeaveThePictureUnchanged) {
     EXPECT_EQ(tovOverlayTimeDate(pic, 2, 74, SRCCOPY), 7u);
     EXPECT_EQ(tovOverlayTimeDate(nullptr, 2, 12, SRCCOPY), 5u);
     EXPECT_EQ(Pixels(pic), before);
-    EXPECT_EQ(tovOverlayBuffer(pic, u"x", 2, 72, SRCCOPY), 0u);  // the tallest text allowed
+    for (LONG height : {72, 1}) EXPECT_EQ(tovOverlayBuffer(pic, u"x", 2, height, SRCCOPY), 0u);  // the tallest and smallest allowed
     EXPECT_NE(Pixels(pic), before);
     // Measuring needs neither picture nor merge block; drawing needs both.
     TextOverlaySettings s = Settings(12, DT_LEFT);
@@ -128,11 +112,8 @@ TEST(OverlayBuffer, RefusalsLeaveThePictureUnchanged) {
 TEST(OverlayTimeDate, StampsTwoLinesAtTheCorner) {
     Dib pic(tovCreateHDIBExt(300, 100, 128, 8));
     ASSERT_EQ(tovOverlayTimeDate(pic, 3, 16, SRCCOPY), 0u);
-    LONG top = 100;
-    for (LONG y = 0; y < 100; ++y)
-        for (LONG x = 0; x < 300; ++x)
-            if (StorePixel(pic, x, y) != 128u) top = std::min(top, y);
-    EXPECT_EQ(top, 100 - 2 * 16);
+    const auto px = Pixels(pic);
+    EXPECT_EQ(std::find_if(px.begin(), px.end(), [](DWORD v) { return v != 128u; }) - px.begin(), 300 * (100 - 2 * 16));
     EXPECT_EQ(StorePixel(pic, 0, 99), 255u);  // white label, left-aligned from the corner
 }
 
@@ -145,26 +126,27 @@ TEST(OverlayBuffer, TracesTheTwoPasses) {
     char first[64];
     std::snprintf(first, sizeof first, ">tovOverlayBuffer(%lld,10)\r", TRACE_PTR(pic.h));
     auto lines = LogLines();
-    const std::vector<std::string> want = {first, "<DibOverlayBufferExt()=0 (DT_CALCRECT)\r", "   ?Settings->Alignment=2\r",
-                                           "   ?MergeSettings->RasterOp=6684742\r", "<tovOverlayBuffer()=tovOk\r"};
-    for (const std::string& line : want) EXPECT_NE(std::find(lines.begin(), lines.end(), line), lines.end()) << line;
+    for (const std::string& line : {std::string(first), std::string("<DibOverlayBufferExt()=0 (DT_CALCRECT)\r"),
+                                    std::string("   ?Settings->Alignment=2\r"), std::string("   ?MergeSettings->RasterOp=6684742\r"),
+                                    std::string("<tovOverlayBuffer()=tovOk\r")})
+        EXPECT_NE(std::find(lines.begin(), lines.end(), line), lines.end()) << line;
 }
 
 // Fonts, contexts and the font lookup are safe on several threads at once.
 TEST(OverlayBuffer, ThreadsStampTheSameAsOneThread) {
-    Dib reference(tovCreateHDIBExt(90, 40, 60, 8));
-    ASSERT_EQ(tovOverlayBuffer(reference, u"Thread\n9", 6, 15, SRCINVERT), 0u);
-    const auto want = Pixels(reference);
+    auto stamp = [] {
+        Dib pic(tovCreateHDIBExt(90, 40, 60, 8));
+        return tovOverlayBuffer(pic, u"Thread\n9", 6, 15, SRCINVERT) == 0 ? Pixels(pic) : std::vector<DWORD>();
+    };
+    const auto want = stamp();
     std::atomic<int> good{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t)
         threads.emplace_back([&] {
-            for (int i = 0; i < 10; ++i) {
-                Dib pic(tovCreateHDIBExt(90, 40, 60, 8));
-                if (tovOverlayBuffer(pic, u"Thread\n9", 6, 15, SRCINVERT) == 0 && Pixels(pic) == want) ++good;
-            }
+            for (int i = 0; i < 10; ++i) good += stamp() == want;
         });
     for (auto& t : threads) t.join();
+    EXPECT_FALSE(want.empty());
     EXPECT_EQ(good.load(), 40);
 }
 

@@ -23,7 +23,7 @@ TEST(WideFormat, ConversionsMatchNarrowPrintf) {
     EXPECT_EQ(Fmt(u"%d|%5d|%-5d|%05d", -42, 42, 42, 42), "-42|   42|42   |00042");
     EXPECT_EQ(Fmt(u"%02d/%02d/%02d %02d:%02d:%02d", 1, 2, 3, 4, 5, 6), "01/02/03 04:05:06");
     EXPECT_EQ(Fmt(u"%u %x %X %o", 4294967295u, 255u, 255u, 8u), "4294967295 ff FF 10");
-    EXPECT_EQ(Fmt(u"%lld %llu", LLONG_MIN, ULLONG_MAX), "-9223372036854775808 18446744073709551615");
+    EXPECT_EQ(Fmt(u"%lld %llu %I64d", LLONG_MIN, ULLONG_MAX, LLONG_MIN), "-9223372036854775808 18446744073709551615 -9223372036854775808");
     EXPECT_EQ(Fmt(u"%ld %lu %zu", -5L, 5UL, size_t(7)), "-5 5 7");
     EXPECT_EQ(Fmt(u"%hd %hhu", 70000, 300), "4464 44");
     EXPECT_EQ(Fmt(u"%.2f %8.3f %e", 2.5, -1.0 / 3, 1e10), "2.50   -0.333 1.000000e+10");
@@ -51,6 +51,8 @@ TEST(WideText, CompareAndNumbers) {
     EXPECT_EQ(_wcsicmp(u"Fixed Exposure", u"fIXED eXPOSURE"), 0);
     EXPECT_LT(_wcsicmp(u"abc", u"abd"), 0);
     EXPECT_GT(_wcsicmp(u"abcd", u"ABC"), 0);
+    EXPECT_EQ(_wcsicmp(u"\u00C0\u00DE", u"\u00E0\u00FE"), 0);  // Latin-1 capitals, the last one too
+    EXPECT_NE(_wcsicmp(u"\u00D7", u"\u00F7"), 0);                // times is no capital of divide
     struct { const char16_t* text; long value; } longs[] = {
         {u"  42xyz", 42}, {u"-17", -17}, {u"+8", 8}, {u"abc", 0}, {u"", 0},
         {u"99999999999", 2147483647L}, {u"-99999999999", -2147483648L}, {u"\t\n 5", 5},

@@ -1,7 +1,7 @@
 // Helpers of the image-operation tests (point, rank, convolution, geometry,
 // dither, operations): random bitmaps, the store as bytes, and a plain
-// picture type that the reference implementations read and write by the
-// addressing rules, independently of the library.
+// picture type that the references read and write by the addressing rules,
+// independently of the library.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,21 +11,26 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <random>
 #include <string>
 #include <vector>
+
+// An operation on the bitmap h, for tables of calls.
+#define OP(...) opstest::Op([=](HDIB h) -> DWORD { return __VA_ARGS__; })
 
 namespace opstest {
 
 using tovtest::Dib;
 using tovtest::kDepths;
 using Bytes = std::vector<BYTE>;
+using Op = std::function<DWORD(HDIB)>;
 
 // Heights 1-3 reach the no-interior cases; 9 has rows of every kind.
 constexpr LONG kHeights[] = {1, 2, 3, 9};
 
-// A random bitmap (padding included); colors, when given, is written into
-// the header as an application can, below or above the depth's own count.
+// colors, when given, is written into the header as an application can,
+// below or above the depth's own count.
 inline Dib Random(LONG w, LONG h, DWORD bits, uint32_t seed, DWORD colors = 0) {
     Dib d(tovtest::MakeRandom(w, h, bits, seed));
     if (d.h && colors) d.h->ds.dsBmih.biClrUsed = colors;
@@ -33,13 +38,6 @@ inline Dib Random(LONG w, LONG h, DWORD bits, uint32_t seed, DWORD colors = 0) {
 }
 
 inline Dib Uniform(LONG w, LONG h, BYTE value) { return Dib(tovCreateHDIBExt(w, h, value, 8)); }
-
-// A 24-bit bitmap, refused by every operation.
-inline Dib Deep() {
-    BITMAPINFO info = {};
-    info.bmiHeader = {40, 5, 5, 1, 24, 0, 0, 0, 0, 1, 0};
-    return Dib(DibCreateFromBitmapInfo(&info));
-}
 
 inline DibPixelIO IO(HDIB h) {
     DibPixelIO io;
@@ -56,9 +54,7 @@ inline void FillFrom(HDIB h, const Bytes& values, uint32_t seed) {
 }
 
 inline Bytes Store(HDIB h) { return tovtest::StoreBytes(h); }
-inline void SetStore(HDIB h, const Bytes& b) { std::memcpy(h->pBits, b.data(), b.size()); }
 inline Dib Copy(HDIB h) { return Dib(DibCreateCopy(h)); }
-inline std::string Handle(HDIB h) { return std::to_string(static_cast<long long>(reinterpret_cast<intptr_t>(h))); }
 
 // A picture as the references see it: width x height values, row 0 on top.
 struct Pic {
@@ -77,7 +73,7 @@ inline Pic Read(HDIB d) {
 
 // The bytes d would have with its pixels replaced by p: padding as it is.
 inline Bytes WithPixels(HDIB d, const Pic& p) {
-    Dib copy(tovCreateCopyHDIB(d));
+    Dib copy = Copy(d);
     for (LONG y = 0; y < p.h; ++y)
         for (LONG x = 0; x < p.w; ++x) tovtest::StoreSetPixel(copy, x, y, DWORD(p.at(x, y)));
     return Store(copy);
