@@ -37,28 +37,30 @@ void TableRowPortable(const BYTE* table, BYTE* row, size_t n) {
 }
 
 #ifdef DIB_HAVE_X86_PATHS
-// Sixteen shuffles of 16 entries each. For slice k the index is the pixel
-// minus 16k, wrapped; adding 0x70 with unsigned saturation keeps 0..15 below
-// 0x80 and pushes everything else to 0x80 and above, which the shuffle
-// turns into 0. So exactly one slice contributes to each pixel. The table
-// is loaded once for all rows.
+// Sixteen shuffles of 16 entries each, indexed by the pixel's low four
+// bits, then a tree of blends picks among them by bits 4, 5, 6 and 7 (a
+// blend reads the top bit of each byte, so the pixel shifted left by 3, 2,
+// 1 and 0 places brings each bit there). The table is loaded once for all
+// rows.
 __attribute__((target("avx2")))
 void TableRowsAvx2(const BYTE* table, BYTE* const* rows, size_t height, size_t n) {
     __m256i slice[16];
     for (int k = 0; k < 16; ++k)
         slice[k] = _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(table + 16 * k)));
-    const __m256i step = _mm256_set1_epi8(16), lift = _mm256_set1_epi8(0x70);
+    const __m256i lowBits = _mm256_set1_epi8(0x0F);
     for (size_t y = 0; y < height; ++y) {
         BYTE* row = rows[y];
         size_t i = 0;
         for (; i + 32 <= n; i += 32) {
-            __m256i index = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + i));
-            __m256i r = _mm256_setzero_si256();
-            for (int k = 0; k < 16; ++k) {
-                r = _mm256_or_si256(r, _mm256_shuffle_epi8(slice[k], _mm256_adds_epu8(index, lift)));
-                index = _mm256_sub_epi8(index, step);
+            const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + i));
+            const __m256i low = _mm256_and_si256(v, lowBits);
+            __m256i r[16];
+            for (int k = 0; k < 16; ++k) r[k] = _mm256_shuffle_epi8(slice[k], low);
+            for (int bit = 4, count = 16; bit < 8; ++bit, count /= 2) {
+                const __m256i pick = _mm256_slli_epi16(v, 7 - bit);
+                for (int k = 0; k < count / 2; ++k) r[k] = _mm256_blendv_epi8(r[2 * k], r[2 * k + 1], pick);
             }
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(row + i), r);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(row + i), r[0]);
         }
         TableRowPortable(table, row + i, n - i);
     }
