@@ -81,10 +81,17 @@ TEST(WideText, Utf8RoundTripAndBounds) {
     char small[4] = {'#', '#', '#', '#'};
     EXPECT_EQ(PlatWideToUtf8(u"\u20AC\u20AC", small, 4), static_cast<size_t>(-1));
     EXPECT_EQ(small[3], 0);
-    const WCHAR lone[] = {0xD800, u'a', 0};  // unpaired surrogate becomes U+FFFD
-    char out[16];
-    PlatWideToUtf8(lone, out, sizeof out);
-    EXPECT_EQ(std::string(out), "\xEF\xBF\xBD" "a");
+    // Surrogates at the ends of their ranges: a pair is one code point, a lone one U+FFFD.
+    const struct {
+        WCHAR wide[3];
+        const char* utf8;
+    } ends[] = {{{0xD800, 0xDC00, 0}, "\xF0\x90\x80\x80"}, {{0xDBFF, 0xDFFF, 0}, "\xF4\x8F\xBF\xBF"},
+                {{0xD800, u'a', 0}, "\xEF\xBF\xBD" "a"}, {{0xDFFF, u'a', 0}, "\xEF\xBF\xBD" "a"}};
+    for (const auto& e : ends) {
+        char out[16];
+        PlatWideToUtf8(e.wide, out, sizeof out);
+        EXPECT_EQ(std::string(out), e.utf8);
+    }
 }
 
 }  // namespace
