@@ -130,6 +130,11 @@ TEST(BitBlt, ConvertsDepthsByNearestColour) {
     colour.Set(2, 0, 0x102030);
     ASSERT_TRUE(BitBlt(back.dc, 0, 0, 3, 1, colour.dc, 0, 0, SRCCOPY));
     EXPECT_EQ(back.Pixels(), (std::vector<DWORD>{85, 128, 32}));
+    Canvas five(3, 1, 16), again(3, 1, 32);  // five bits a channel, widened back by repeating the top bits
+    ASSERT_TRUE(BitBlt(five.dc, 0, 0, 3, 1, colour.dc, 0, 0, SRCCOPY));
+    ASSERT_TRUE(BitBlt(again.dc, 0, 0, 3, 1, five.dc, 0, 0, SRCCOPY));
+    EXPECT_EQ(five.Pixels(), (std::vector<DWORD>{0x7C00, 0x4210, 0x0886}));
+    EXPECT_EQ(again.Pixels(), (std::vector<DWORD>{0xFF0000, 0x848484, 0x102131}));
     bits.Set(1, 0, 1);
     ASSERT_TRUE(BitBlt(wide.dc, 0, 0, 2, 1, bits.dc, 0, 0, SRCCOPY));
     EXPECT_EQ(wide.Pixels(), (std::vector<DWORD>{0, 255}));
