@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -301,12 +302,18 @@ TEST(Chain, ProcessImageRunsTheSampleLikeDirectCalls) {
     Session session(u"" TOV_SAMPLE_PROFILES, u"labels");
     for (bool twoHandles : {false, true}) {
         SCOPED_TRACE(twoHandles);
-        Dib source(MakeRandom(97, 61, 8, 7)), want(DibCreateCopy(source)), dest(twoHandles ? MakePatterned(5, 5, 4) : nullptr);
-        HDIB target = twoHandles ? dest.h : source.h;
-        ASSERT_EQ(tovProcessImage(target, source), 0u);
-        ASSERT_EQ(Codes({tovDespeckle(want, 3, 255), tovHistogramStretchEx(want, 2, 2, 1), tovGammaCorrection(want, 0.8),
-                         tovOverlayTimeDate(want, 2, 16, 0x660046)}), "0 0 0 0");
-        EXPECT_EQ(StoreBytes(target), StoreBytes(want));
+        // The chain ends in a time stamp: both sides are made again when the clock passed a second between them.
+        for (int attempt = 0;; ++attempt) {
+            const time_t start = time(nullptr);
+            Dib source(MakeRandom(97, 61, 8, 7)), want(DibCreateCopy(source)), dest(twoHandles ? MakePatterned(5, 5, 4) : nullptr);
+            HDIB target = twoHandles ? dest.h : source.h;
+            ASSERT_EQ(tovProcessImage(target, source), 0u);
+            ASSERT_EQ(Codes({tovDespeckle(want, 3, 255), tovHistogramStretchEx(want, 2, 2, 1), tovGammaCorrection(want, 0.8),
+                             tovOverlayTimeDate(want, 2, 16, 0x660046)}), "0 0 0 0");
+            if (time(nullptr) != start && attempt < 3) continue;
+            EXPECT_EQ(StoreBytes(target), StoreBytes(want));
+            break;
+        }
     }
     Dib four(MakePatterned(8, 8, 4));
     EXPECT_EQ(Codes({tovProcessImage(four, four), tovProcessImage(nullptr, four)}), "5 5");
