@@ -22,13 +22,6 @@ const char* const kProfiles = R"(<p>
   <Section name="Inverted"><Section name="Processing"><Section name="Invert"><Key name="Flags">0</Key></Section></Section></Section>
 </p>)";
 
-// Results of calls made in order (a braced list is evaluated left to right), as one text.
-std::string Codes(std::initializer_list<long> results) {
-    std::string s;
-    for (long r : results) s += (s.empty() ? "" : " ") + std::to_string(r);
-    return s;
-}
-
 struct CameraTest : ::testing::Test {
     ScratchDir dir;
     EngineControls engine;

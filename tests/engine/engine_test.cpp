@@ -49,13 +49,6 @@ double Mean(const std::string& frame) {
     return frame.empty() ? 0 : sum / double(frame.size());
 }
 
-// Results of calls made in order (a braced list is evaluated left to right), as one text.
-std::string Codes(std::initializer_list<long> results) {
-    std::string s;
-    for (long r : results) s += (s.empty() ? "" : " ") + std::to_string(r);
-    return s;
-}
-
 int At(const std::string& frame, size_t i) { return static_cast<unsigned char>(frame.at(i)); }
 
 }  // namespace

@@ -32,13 +32,6 @@ const char* const kFile = R"(<p>
   <Section name="Locked" flags="8"/><Key name="Not a profile but named"/><Section name="Hidden" flags="1"/><Section>no name</Section>
 </p>)";
 
-// Results of calls made in order (a braced list is evaluated left to right), as one text.
-std::string Codes(std::initializer_list<long> results) {
-    std::string s;
-    for (long r : results) s += (s.empty() ? "" : " ") + std::to_string(r);
-    return s;
-}
-
 struct Doc {
     ProfileDocument d;
     explicit Doc(const std::string& text, const char* file = "doc.xml") {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <tovrel/platform.h>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -58,6 +59,13 @@ private:
     size_t page_;
     BYTE* base_;
 };
+
+// Results of calls made in order (a braced list is evaluated left to right), as one text.
+inline std::string Codes(std::initializer_list<long> results) {
+    std::string s;
+    for (long r : results) s += (s.empty() ? "" : " ") + std::to_string(r);
+    return s;
+}
 
 // The text, or "<null>" for none.
 std::string Text(const WCHAR* text);
