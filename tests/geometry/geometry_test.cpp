@@ -137,12 +137,3 @@ TEST(Geometry, Refusals) {
 
 }  // namespace
 
-// Rows far apart, past the caches, pass through the copy's two rows.
-TEST(Geometry, LargeUpsideDownFlip) {
-    for (auto [w, h] : {std::pair<LONG, LONG>{2100, 2100}, {2051, 2101}}) {
-        Dib g = Random(w, h, 8, 77), before = Copy(g);
-        ASSERT_EQ(tovFlipHorizontal(g), 0u);
-        for (LONG y = 0; y < h; ++y)
-            ASSERT_EQ(std::memcmp(g.h->ppRow[y], before.h->ppRow[h - 1 - y], size_t(w)), 0) << w << "x" << h << " row " << y;
-    }
-}

@@ -1,6 +1,4 @@
-// Rank filter and despeckle: the selection networks on every 0/1 window,
-// whole bitmaps against plain references at every depth.
-#include "dibkernels.h"
+// Rank filter and despeckle: whole bitmaps against plain references at every depth.
 #include "opstest.h"
 
 #include <tovrel/tovrel.h>
@@ -36,19 +34,6 @@ void RefDespeckle(HDIB h, DWORD threshold, DWORD background) {
 }
 
 }  // namespace
-
-// The selection networks are min/max networks, so by the 0-1 principle being
-// right on every 0/1 window means being right on every window.
-TEST(RowKernels, RankEveryBinaryWindow) {
-    for (DWORD rank = 0; rank <= 8; ++rank)
-        for (int bits = 0; bits < 512; ++bits) {
-            BYTE r[3][3], win[9], out = 99;
-            for (int i = 0; i < 9; ++i) win[i] = r[i / 3][i % 3] = BYTE((bits >> i) & 1);
-            std::sort(win, win + 9);
-            DibRankRow8(r[0], r[1], r[2], &out, 1, rank);
-            ASSERT_EQ(out, win[rank]) << "rank " << rank << " pattern " << bits;
-        }
-}
 
 // Every depth and rank, 8 bits included: random values through the kernel
 // in blocks of 32 and strips of 512, rows ending anywhere in a byte.
