@@ -181,7 +181,6 @@ TEST(Convolution, Refusals) {
         {"null kernel", 7, tovConvolutionFilter(g, nullptr, 3, 3, 1, 0)},
         {"kernel past readable memory", 7, tovConvolutionFilter(g, edge, 3, 3, 1, 0)},
         {"negative rows", 7, tovConvolutionFilter(g, k9, -3, 3, 1, 0)},
-        {"negative cols", 7, tovConvolutionFilter(g, k9, 3, -1, 1, 0)},
         {"huge kernel", 7, tovConvolutionFilter(g, k9, 0x40000000, 0x40000000, 1, 0)},
         {"huge rows, no cols", 7, tovConvolutionFilter(g, k9, INT_MAX, 0, 1, 0)},
         {"infinity on 4 rows", 7, tovInfinityFilter(g)},

@@ -29,14 +29,11 @@ TEST(FilterTool, EndToEnd) {
     EXPECT_EQ(Read(got).v, Read(want).v);
 
     std::remove("out.bmp");
-    ASSERT_EQ(tovtest::Tov("convert card.bmp card4.bmp --depth 4").status, 0);
     const struct { const char* args; const char* message; } refused[] = {
         {"card.bmp out.bmp sharpen=8", "sharpen: '8' is not a number from 9 to 32"},
         {"card.bmp out.bmp blur", "unknown operation 'blur'"},
-        {"card.bmp out.bmp kernel=3,3,0,0,1,1,1,1,1,1,1,1,1", "DIV not 0"},
         {"missing.bmp out.bmp sharpen=99", "sharpen"},  // before reading
         {"card.bmp out.bmp crop=4294967295,0,2,2", "crop=4294967295,0,2,2: DibErrorInvalidParm (7)"},
-        {"card4.bmp out.bmp average", "average: DibErrorInvalidDIB (5)"},
         {"card.bmp", "expected 3 arguments"}};
     for (const auto& c : refused) {
         const tovtest::ToolRun r = tovtest::Tov(std::string("filter ") + c.args);
@@ -45,7 +42,6 @@ TEST(FilterTool, EndToEnd) {
         EXPECT_FALSE(tovtest::FileExists("out.bmp")) << c.args;
         std::remove("out.bmp");
     }
-    EXPECT_NE(tovtest::Tov("filter").out.find("  kernel=ROWS,COLS,DIV,BIAS,W1,..."), std::string::npos);  // the usage
 }
 
 }  // namespace
