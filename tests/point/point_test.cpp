@@ -137,8 +137,9 @@ TEST(PointOperations, TellingValues) {
 }
 
 // Widths round the counting kernel's blocks as well; counts are added to,
-// not cleared.
-TEST(Histogram, CountsPixels) {
+// not cleared. The points at and either side of each count that settles
+// them; levels 0 and 255 are each read by one search only.
+TEST(Histogram, CountsPixelsAndFindsPoints) {
     uint32_t seed = 11;
     for (LONG w : {1, 7, 8, 9, 31, 32, 33, 63, 64, 65, 1000})
         for (LONG h : kHeights) {
@@ -150,6 +151,17 @@ TEST(Histogram, CountsPixels) {
             ASSERT_EQ(DibHistogram(d, got), DWORD(DibOk));
             ASSERT_TRUE(std::equal(got, got + 256, want)) << w << "x" << h;
         }
+    DWORD c[256] = {};
+    c[0] = c[255] = 100;
+    c[10] = c[20] = 5;
+    c[200] = 3;
+    const struct { LONG count; DWORD black, white; } points[] = {
+        {-1, 0, 255}, {0, 0, 255}, {99, 0, 255}, {100, 10, 200}, {104, 10, 20},
+        {105, 20, 20}, {109, 20, 10}, {110, 200, 10}, {112, 200, 10}, {113, 255, 0}};
+    for (const auto& p : points) {
+        EXPECT_EQ(DibHistogramBlackValue(c, p.count), p.black) << p.count;
+        EXPECT_EQ(DibHistogramWhiteValue(c, p.count), p.white) << p.count;
+    }
 }
 
 // The bitmap layer has no ranges of its own: extreme values clamp as the
