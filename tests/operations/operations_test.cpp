@@ -56,7 +56,7 @@ TEST(Exports, Refusals) {
 
 std::string Handle(HDIB h) { return std::to_string(static_cast<long long>(reinterpret_cast<intptr_t>(h))); }
 
-// One success and one refusal of each family as the trace shows them;
+// A success, refusals of an argument and of handles as the trace shows them;
 // dithering wants 8 bits with 256 colours.
 TEST(Exports, TraceTexts) {
     tovtest::ScratchDir dir;
