@@ -108,6 +108,13 @@ TEST_F(TraceTest, SettingsDecideWhatReachesTheSinks) {
             EXPECT_EQ(std::vector<std::string>(lines.begin(), lines.begin() + c.lines.size()), c.lines);
         else ADD_FAILURE() << lines.size() << " lines";
     }
+    // The console alone: no file.
+    tovConfigDebug(1, 5, tovDebugConsole);
+    std::remove("imaging.log");
+    CaptureStdout();
+    DebugError(u"console only\r\n");
+    EXPECT_TRUE(Matches(GetCapturedStdout(), kTime + "console only\r\n"));
+    EXPECT_FALSE(FileExists("imaging.log"));
 }
 
 // Stamp and text together hold at most 1023 characters; a longer line is cut,

@@ -1,5 +1,5 @@
-// Memory, the last error and DIB sections of the platform layer. (Files:
-// tests/files, through every save and load and their failures.)
+// Memory and DIB sections of the platform layer. (Files: tests/files,
+// through every save and load and their failures.)
 #include <gtest/gtest.h>
 #include <tovrel/platform.h>
 
@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <thread>
 
 namespace {
 
@@ -57,13 +56,6 @@ TEST(Memory, ReusedLargeBlocksKeepTheirPromises) {
         EXPECT_EQ(std::count(clean, clean + size, 0), ptrdiff_t(size));
         LocalFree(clean);
     }
-}
-
-// The last error is the calling thread's own.
-TEST(Errors, LastErrorIsPerThread) {
-    SetLastError(1234);
-    std::thread([] { EXPECT_EQ(GetLastError(), 0u); }).join();
-    EXPECT_EQ(GetLastError(), 1234u);
 }
 
 struct InfoBlock {
