@@ -1,6 +1,6 @@
-// UTF-16 formatting and UTF-8 conversion of the platform layer. (The cut at
-// the buffer's end: the trace's long lines; comparing and reading numbers:
-// the profile chain tests, which clamp and write back.)
+// UTF-16 formatting, numbers and UTF-8 conversion of the platform layer.
+// (The cut at the buffer's end: the trace's long lines; comparing and
+// writing numbers back: the profile chain tests.)
 #include <gtest/gtest.h>
 #include <tovrel/platform.h>
 
@@ -35,6 +35,15 @@ TEST(WideFormat, ConversionsMatchNarrowPrintf) {
     EXPECT_EQ(Fmt(u"%s", static_cast<const WCHAR*>(nullptr)), "(null)");
     EXPECT_EQ(Fmt(u"%*d|%.*f", 4, 7, 1, 2.25), "   7|2.2");
     EXPECT_EQ(Fmt(u"50%"), "50%");
+}
+
+// Numbers in profile files: blanks before them, text after them, saturated
+// at the ends of a LONG.
+TEST(WideText, NumbersSkipBlanksAndSaturate) {
+    struct { const char16_t* text; long value; } longs[] = {
+        {u"  42xyz", 42}, {u"\t\n 5", 5}, {u"+8", 8}, {u"99999999999", 2147483647L}, {u"-99999999999", -2147483648L},
+    };
+    for (const auto& c : longs) EXPECT_EQ(_wtol(c.text), c.value) << N(c.text);
 }
 
 TEST(WideText, Utf8RoundTripAndBounds) {
