@@ -1,5 +1,4 @@
-// The library frame: revision text, pointer probe, the global lock, load
-// and unload of the shared library.
+// The library frame: revision text, pointer probe and the unload hook.
 #include "testsupport.h"
 
 #include <gtest/gtest.h>
@@ -7,14 +6,7 @@
 
 #include "tovce.h"
 
-#include <dlfcn.h>
-#include <unistd.h>
-
 #include <atomic>
-#include <chrono>
-#include <filesystem>
-#include <memory>
-#include <thread>
 
 using namespace tovtest;
 
@@ -49,27 +41,6 @@ TEST(FrameTest, RevisionBufferAndPointerProbe) {
     EXPECT_EQ(buffer[kRevision.size() + 1], WCHAR(0xFFFF));  // nothing past the terminator
 }
 
-TEST(FrameTest, GlobalLockIsRecursiveAndExclusive) {
-    std::atomic<bool> entered{false};
-    std::thread other;
-    {
-        TovLockGuard outer;
-        {
-            TovLockGuard inner;  // the owner re-enters
-            for (DWORD reason : {2u, 3u}) DllMain(nullptr, reason, nullptr);  // threads come and go: the same lock
-            other = std::thread([&] {
-                TovLockGuard guard;
-                entered = true;
-            });
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        EXPECT_FALSE(entered.load()) << "another thread got in while the lock was held";
-    }
-    other.join();
-    EXPECT_TRUE(entered.load());
-}
-
 std::atomic<int> g_closerCalls{0};
 std::atomic<bool> g_closerHadLock{false};
 DWORD CountingCloser() {
@@ -101,30 +72,6 @@ TEST(FrameDeathTest, ProcessExitRunsTheUnloadHook) {
             std::exit(0);
         },
         ::testing::ExitedWithCode(0), "session closed");
-}
-
-// Each load starts with tracing off, whatever the previous load configured,
-// and load and unload leave no file behind.
-TEST(FrameTest, LoadAndUnloadLeaveNoTrace) {
-    ScratchDir dir;
-    for (int round = 0; round < 3; ++round) {
-        std::unique_ptr<void, int (*)(void*)> lib(dlopen(TOV_LIBTOVREL_PATH, RTLD_NOW | RTLD_LOCAL), dlclose);
-        ASSERT_NE(lib, nullptr) << dlerror();
-        auto* revision = reinterpret_cast<DWORD (*)(WCHAR*)>(dlsym(lib.get(), "tovGetDllRevision"));
-        auto* config = reinterpret_cast<void (*)(DWORD, DWORD, DWORD)>(dlsym(lib.get(), "tovConfigDebug"));
-        auto* width = reinterpret_cast<LONG (*)(HDIB)>(dlsym(lib.get(), "tovWidth"));
-        ASSERT_TRUE(revision && config && width);
-        WCHAR text[16] = {};
-        EXPECT_EQ(revision(text), tovOk);
-        EXPECT_EQ(std::u16string(text), kRevision);
-        width(nullptr);
-        EXPECT_TRUE(std::filesystem::is_empty(dir.path())) << "round " << round;
-        config(1, 5, tovDebugFile);
-        width(nullptr);
-        ASSERT_TRUE(FileExists("imaging.log"));
-        std::remove("imaging.log");
-    }
-    EXPECT_EQ(dlopen(TOV_LIBTOVREL_PATH, RTLD_NOW | RTLD_NOLOAD), nullptr) << "library stayed loaded";
 }
 
 }  // namespace

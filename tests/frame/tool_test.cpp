@@ -24,9 +24,8 @@ TEST(ToolTest, SampleInfoAndConvertWorkTogether) {
     // Depths, other file types by the extension, and names that are UTF-8 on
     // the command line and UTF-16 in the library.
     struct Case { const char* name; const char* options; int depth, colours; } cases[] = {
-        {"out.bmp", "--depth 1", 1, 2}, {"out4.bmp", "--depth 4", 4, 16},
-        {"card.png", "--depth 8 --quality 90", 8, 256}, {"CARD.JPG", "--depth 8 --quality 90", 8, 256},
-        {"k\xc3\xa4rtchen \xe2\x82\xac.bmp", "--depth 4", 4, 16},
+        {"out.bmp", "--depth 1", 1, 2}, {"card.png", "--depth 8 --quality 90", 8, 256},
+        {"CARD.JPG", "--depth 8 --quality 90", 8, 256}, {"k\xc3\xa4rtchen \xe2\x82\xac.bmp", "--depth 4", 4, 16},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -34,9 +33,6 @@ TEST(ToolTest, SampleInfoAndConvertWorkTogether) {
         ASSERT_EQ(r.status, 0) << r.err;
         EXPECT_EQ(Tov(std::string("info '") + c.name + "'").out, Info(c.name, 33, 7, c.depth, c.colours));
     }
-    // The default card, straight at 1 bit.
-    ASSERT_EQ(Tov("sample small.BMP --depth 1").status, 0);
-    EXPECT_EQ(Tov("info small.BMP").out, Info("small.BMP", 160, 120, 1, 2));
 }
 
 TEST(ToolTest, BadUseFailsWithAMessageAndHelpHelps) {
@@ -46,13 +42,10 @@ TEST(ToolTest, BadUseFailsWithAMessageAndHelpHelps) {
     // message: within the error output; status 2 for a usage error, else 1.
     struct Case { const char* arguments, *message; int status; } cases[] = {
         {"", "usage: tov", 2}, {"frobnicate x", "unknown command 'frobnicate'", 2},
-        {"--trace 11 info card.bmp", "--trace takes a level", 2}, {"info", "expected 1 argument, got 0", 2},
-        {"info garbage.bmp", "garbage.bmp: cannot be read", 1},
-        {"convert card.bmp out.xyz", "unknown picture type", 1},
-        {"info card.bmp --colour", "unknown option --colour", 2},
+        {"info", "expected 1 argument, got 0", 2}, {"info garbage.bmp", "garbage.bmp: cannot be read", 1},
+        {"convert card.bmp out.xyz", "unknown picture type", 1}, {"info card.bmp --colour", "unknown option --colour", 2},
         {"convert card.bmp out.bmp --depth", "--depth needs a value", 2},
         {"convert card.bmp out.bmp --depth 3", "--depth is 1, 4 or 8, not '3'", 1},
-        {"convert card.bmp out.bmp --depth 1 --quality 101", "--quality takes a number from 1 to 100", 2},
         {"convert card.bmp out.bmp --depth 1 --depth 4", "--depth given twice", 2},
         {"convert card.bmp nodir/out.bmp --depth 1", "nodir/out.bmp: cannot be written", 1},
         {"sample big.bmp --width 5000", "--width takes a number from 1 to 4096", 2},
@@ -71,7 +64,7 @@ TEST(ToolTest, BadUseFailsWithAMessageAndHelpHelps) {
     EXPECT_EQ(r.status, 0);
     for (const char* command : {"info FILE", "convert IN OUT [--depth 1|4|8]", "sample OUT", "capture [--profiles"})
         EXPECT_NE(r.out.find(command), std::string::npos) << command;
-    for (const char* ask : {"convert --help", "help convert", "convert a.png -h"}) {
+    for (const char* ask : {"help convert", "convert a.png -h"}) {
         r = Tov(ask);
         EXPECT_EQ(r.status, 0) << ask;
         EXPECT_EQ(r.out.rfind("usage: tov convert IN OUT", 0), 0u) << ask;
@@ -91,11 +84,8 @@ TEST(ToolTest, CommonPicturesAreReadByTheirContent) {
     ScratchDir dir;
     const std::string data = TestDataDir();
     const struct { std::string file; bool converted; } cases[] = {  // converted: read as grey
-        {data + "/pngsuite/basn2c08.png", true},  {data + "/pngsuite/basn6a16.png", true},
-        {data + "/pngsuite/basn0g16.png", true},  {data + "/bmpsuite/g/rgb24.bmp", true},
-        {data + "/bmpsuite/g/rgb32bf.bmp", true}, {data + "/bmpsuite/g/rgb16.bmp", true},
-        {data + "/jpeg/pil_sample_cmyk.jpg", true}, {data + "/jpeg/hopper.jpg", false},
-        {data + "/pngsuite/basn0g04.png", false},
+        {data + "/pngsuite/basn6a16.png", true}, {data + "/bmpsuite/g/rgb16.bmp", true},
+        {data + "/jpeg/pil_sample_cmyk.jpg", true}, {data + "/pngsuite/basn0g04.png", false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.file);
@@ -110,9 +100,6 @@ TEST(ToolTest, CommonPicturesAreReadByTheirContent) {
     EXPECT_EQ(Tov("info piped.png").status, 0);
     ToolRun out = Tov("convert grey.bmp - ");
     EXPECT_EQ(out.out.compare(0, 4, "\x89PNG"), 0);
-    ToolRun missing = Tov("info nothing.png");
-    EXPECT_EQ(missing.status, 1);
-    EXPECT_NE(missing.err.find("nothing.png: No such file or directory"), std::string::npos) << missing.err;
 }
 
 // Names that say what happens, and warnings instead of silent surprises.

@@ -79,14 +79,6 @@ TEST(Polyline, DotsNullAndDeletedPens) {
     EXPECT_EQ(Ink(canvas).size(), 5u);
     EXPECT_EQ(canvas.Get(2, 2), 0u);
     EXPECT_EQ(CreatePen(7, 1, 0), nullptr);  // only solid and null styles
-    // A pen describes itself into a buffer of exactly its size.
-    struct { UINT style; POINT width; COLORREF colour; } lp{};
-    HPEN wide = CreatePen(PS_SOLID, 6, RGB(1, 2, 3));
-    EXPECT_EQ(GetObjectW(wide, sizeof lp - 1, &lp), 0);
-    ASSERT_EQ(GetObjectW(wide, sizeof lp, &lp), int(sizeof lp));
-    EXPECT_EQ(lp.width.x, 6);
-    EXPECT_EQ(lp.colour, RGB(1, 2, 3));
-    DeleteObject(wide);
 }
 
 // Lines far outside the surface stay within it and end at once; a mono

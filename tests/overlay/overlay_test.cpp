@@ -1,6 +1,7 @@
 // Text overlays: the box arithmetic of the seven positions, what SRCCOPY and
 // SRCINVERT leave in the picture, alignment in the box, texts larger
-// than the picture, refusals, traces, threads and allocation failure.
+// than the picture, refusals, traces and threads (allocation failure:
+// the every-export loop in tests/frame).
 #include "overlaytest.h"
 
 #include <algorithm>
@@ -27,10 +28,6 @@ TEST(OverlayPlace, SevenPositions) {
         ASSERT_TRUE(DibOverlayPlace(c.position, c.W, c.H, c.tw, c.th, &x, &y, &alignment));
         EXPECT_EQ(std::vector<LONG>({x, y, LONG(alignment)}), std::vector<LONG>({c.x, c.y, LONG(c.alignment)})) << c.position;
     }
-    LONG x = 5, y = 6;
-    DWORD alignment = DT_CALCRECT;
-    EXPECT_FALSE(DibOverlayPlace(7, 640, 480, 10, 10, &x, &y, &alignment));
-    EXPECT_EQ(alignment, DWORD(DT_CALCRECT));
 }
 
 // The label is the measured box, black text on white and nothing else, its
@@ -101,12 +98,6 @@ TEST(OverlayBuffer, RefusalsLeaveThePictureUnchanged) {
     EXPECT_EQ(Pixels(pic), before);
     for (LONG height : {72, 1}) EXPECT_EQ(tovOverlayBuffer(pic, u"x", 2, height, SRCCOPY), 0u);  // the tallest and smallest allowed
     EXPECT_NE(Pixels(pic), before);
-    // Measuring needs neither picture nor merge block; drawing needs both.
-    TextOverlaySettings s = Settings(12, DT_LEFT);
-    EXPECT_EQ(DibOverlayBufferExt(nullptr, u"abc", &s, nullptr), 5u);
-    MergeSettings m{};
-    EXPECT_EQ(DibMerge(pic, nullptr, &m), 5u);
-    EXPECT_EQ(DibMerge(nullptr, pic, &m), 5u);
 }
 
 TEST(OverlayTimeDate, StampsTwoLinesAtTheCorner) {
@@ -148,24 +139,6 @@ TEST(OverlayBuffer, ThreadsStampTheSameAsOneThread) {
     for (auto& t : threads) t.join();
     EXPECT_FALSE(want.empty());
     EXPECT_EQ(good.load(), 40);
-}
-
-// The picture is either stamped in full or left as it was; nothing leaks.
-TEST(OverlayBuffer, AllocationFailureAtEverySiteLeaksNothing) {
-    Dib reference(tovCreateHDIBExt(80, 30, 90, 8)), pic(tovCreateHDIBExt(80, 30, 90, 8));
-    const auto blank = Pixels(pic);
-    ASSERT_EQ(tovOverlayBuffer(reference, u"Fault\n42", 5, 14, SRCCOPY), 0u);
-    const auto stamped = Pixels(reference);
-    long live = PlatLiveObjects();
-    long sites = ForEachAllocationFailure([&](long n) {
-        DWORD r = tovOverlayBuffer(pic, u"Fault\n42", 5, 14, SRCCOPY);
-        PlatFailAllocation(0);
-        auto now = Pixels(pic);
-        EXPECT_TRUE(now == blank || (r == 0 && now == stamped)) << "fault " << n;
-        EXPECT_EQ(PlatLiveObjects(), live) << "fault " << n;
-        DibClear(pic, 90);
-    });
-    EXPECT_GE(sites, 10);
 }
 
 }  // namespace
