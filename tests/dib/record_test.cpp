@@ -25,9 +25,7 @@ struct InfoBlock {
 // (the sizes of grey bitmaps are with the copies in the creation tests).
 TEST(DibRecord, RowLengthsAndResizing) {
     LeakGuard guard;
-    struct Case { LONG width; WORD bits; LONG expected; } rows[] = {
-        {640, 8, 640}, {641, 8, 644}, {3, 24, 12}, {65536, 32, 262144}
-    };
+    struct Case { LONG width; WORD bits; LONG expected; } rows[] = {{640, 8, 640}, {641, 8, 644}, {3, 24, 12}, {65536, 32, 262144}};
     for (const Case& c : rows) {
         InfoBlock block(c.width, 1, c.bits, c.bits > 8 ? 2 : 0);
         Dib h(DibCreateFromBitmapInfo(block.info()));

@@ -149,13 +149,11 @@ void filestest::FixPngChecksums(std::string& b) {
 // honest: both PNG interlace methods and kinds, odd sizes; other depths,
 // colour, alpha and damage refused.
 TEST(Decoders, PublicSamplesLoadExactlyOrAreRefused) {
-    const struct { const char* dir; size_t files, loads; } suites[] = {{"/pngsuite", 170, 77}, {"/jpeg", 9, 6}};
+    const struct { const char* dir; size_t loads; } suites[] = {{"/pngsuite", 77}, {"/jpeg", 6}};
     for (const auto& suite : suites) {
         const bool png = suite.dir[1] == 'p';
-        std::vector<std::string> files = FilesIn(TestDataDir() + suite.dir, png ? ".png" : ".jpg");
-        ASSERT_GE(files.size(), suite.files);
         size_t loaded = 0;
-        for (const std::string& path : files) {
+        for (const std::string& path : FilesIn(TestDataDir() + suite.dir, png ? ".png" : ".jpg")) {
             SCOPED_TRACE(BaseName(path));
             const std::string bytes = ReadFileBytes(path);
             const int depth = png ? BYTE(bytes[24]) : 0, colorType = png ? bytes[25] : 0;

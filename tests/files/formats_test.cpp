@@ -96,7 +96,6 @@ TEST(Files, CutForeignAndOverdeclaredFilesGiveNull) {
         SCOPED_TRACE(f.ext);
         ScratchDir dir;
         const std::string whole = ReadFileBytes(TestDataDir() + f.sample);
-        ASSERT_GT(whole.size(), 200u);
         LeakGuard guard;
         std::vector<std::string> bad = {whole.substr(0, whole.size() - 2), whole.substr(0, whole.size() - 1),
                                         (f.format == tovFormatBMP ? "\x89PNG" : "BM") + std::string(100, '\0')};
@@ -130,7 +129,7 @@ TEST(Files, CutForeignAndOverdeclaredFilesGiveNull) {
 // through the format switch.
 TEST(Files, TwoThreadsSaveAndLoadAtOnceThroughTheFormatSwitch) {
     ScratchDir dir;
-    long before = PlatLiveObjects();
+    LeakGuard guard;
     auto work = [](int id, bool* ok) {
         Dib h(MakePatterned(37 + id, 23, id ? 8 : 1, DWORD(id)));
         const std::u16string name = W("thread" + std::to_string(id));
@@ -148,7 +147,6 @@ TEST(Files, TwoThreadsSaveAndLoadAtOnceThroughTheFormatSwitch) {
     std::thread a(work, 0, &ok0), b(work, 1, &ok1);
     a.join(), b.join();
     EXPECT_TRUE(ok0 && ok1);
-    EXPECT_EQ(PlatLiveObjects(), before);
     EXPECT_EQ(ReadFileBytes("thread1.jpg").substr(0, 2) + ReadFileBytes("thread1.png").substr(0, 2) +
                   ReadFileBytes("thread1.bmp").substr(0, 2), "\xFF\xD8\x89PBM");
     EXPECT_EQ(tovSave(Dib(MakePatterned(8, 2, 1)), u"other", 3, 90), DWORD(tovErrorUnknown));
