@@ -1,20 +1,15 @@
-// BMP files: round trips, the file layout, malformed and foreign files (the
-// public BMP suite), and how file names get their extension. Failing names
-// and media are with the other formats' in tests/files.
+// BMP files: round trips, the file layout, malformed and foreign headers,
+// and how file names get their extension. Headers the record refuses are in
+// the record tests; failing names and media, cut and damaged files with the
+// other formats' in tests/files and tests/replay.
 #include "dibimages.h"
 
 #include <algorithm>
 #include <cstring>
-#include <set>
 
 using namespace tovtest;
 
 namespace {
-
-uint32_t Le32(const std::string& bytes, size_t at) {
-    return uint32_t(BYTE(bytes[at])) | uint32_t(BYTE(bytes[at + 1])) << 8 | uint32_t(BYTE(bytes[at + 2])) << 16 |
-           uint32_t(BYTE(bytes[at + 3])) << 24;
-}
 
 void Put32(std::string& bytes, size_t at, uint32_t v) {
     for (int i = 0; i < 4; ++i) bytes[at + i] = char(v >> (8 * i));
@@ -36,8 +31,6 @@ TEST(DibBmp, RoundTripsGiveEqualBitmapsAndEqualFiles) {
             ASSERT_EQ(tovSaveBMP(h, u"first"), 0u);
             const std::string first = ReadFileBytes("first.bmp");
             ASSERT_EQ(first.size(), size_t(14 + 40 + (4 << bits) + 5 * Stride(width, bits)));
-            EXPECT_EQ(Le32(first, 2), first.size());
-            EXPECT_EQ(Le32(first, 10), 54u + (4u << bits));
             Dib back(tovLoadBMP(u"first.bmp"));
             ASSERT_NE(back.h, nullptr);
             EXPECT_EQ(std::memcmp(&back.h->ds.dsBmih, &h.h->ds.dsBmih, 40), 0);
@@ -81,98 +74,42 @@ TEST(DibBmp, MalformedFilesGiveNullWithoutLeaks) {
     ScratchDir dir;
     ASSERT_EQ(Save("good.bmp", Dib(MakePatterned(9, 4, 8))), 0u);
     const std::string good = ReadFileBytes("good.bmp");
-    const uint32_t off = Le32(good, 10), size = uint32_t(good.size());  // 54 + 1024
-    const char* readFile = "<DibBMPLoad()=NULL (ReadFile)\r";
-    struct Case { std::string bytes; const char* line; } cases[] = {
-        {good.substr(0, 13), readFile}, {"BA" + good.substr(2), readFile}, {good.substr(0, size - 1), readFile}};
+    const uint32_t off = 54 + 1024, size = uint32_t(good.size());
+    struct Field { size_t at, size; uint32_t value; };
     // One field changed: bfOffBits 53, below the colours, past the end;
     // bfSize below bfOffBits, beyond the store; header size 12; width 0,
     // negative; top-down; huge; planes 2; depth 0, 2; RLE8; bit fields;
-    // biSizeImage beyond all, below the rows; biClrUsed 300.
-    struct Field { size_t at, size; uint32_t value; } fields[] = {
-        {10, 4, 53}, {10, 4, off - 4}, {10, 4, 0xFFFFFFF0u}, {2, 4, off - 1}, {2, 4, size + 4}, {14, 4, 12},
-        {18, 4, 0}, {18, 4, uint32_t(-9)}, {22, 4, uint32_t(-4)}, {18, 4, 3000000}, {26, 2, 2}, {28, 2, 0}, {28, 2, 2},
-        {30, 4, 1}, {30, 4, 3}, {34, 4, 2129587950u}, {34, 4, 47}, {46, 4, 300},
+    // biSizeImage beyond all, below the rows; biClrUsed 300. Last, 8 bits
+    // count 256 colours when biClrUsed is 0: the pixels cannot start among them.
+    const std::vector<std::vector<Field>> cases = {
+        {{10, 4, 53}}, {{10, 4, off - 4}}, {{10, 4, 0xFFFFFFF0u}}, {{2, 4, off - 1}}, {{2, 4, size + 4}},
+        {{14, 4, 12}}, {{18, 4, 0}}, {{18, 4, uint32_t(-9)}}, {{22, 4, uint32_t(-4)}}, {{18, 4, 3000000}},
+        {{26, 2, 2}}, {{28, 2, 0}}, {{28, 2, 2}}, {{30, 4, 1}}, {{30, 4, 3}}, {{34, 4, 2129587950u}},
+        {{34, 4, 47}}, {{46, 4, 300}}, {{46, 4, 0}, {10, 4, off - 4}, {2, 4, size - 4}},
     };
-    std::vector<Case> all(std::begin(cases), std::end(cases));
-    for (const Field& f : fields) {
+    for (const auto& fields : cases) {
+        SCOPED_TRACE(&fields - cases.data());
         std::string b = good;
-        for (size_t i = 0; i < f.size; ++i) b[f.at + i] = char(f.value >> (8 * i));
-        all.push_back({b, nullptr});
-    }
-    // 24 bits without colours; rows of 9 pixels take 28 bytes, and are there.
-    std::string deep = good.substr(0, 54) + good.substr(off) + std::string(4 * 28 - 4 * 12, '\0');
-    deep[28] = 24;
-    Put32(deep, 46, 0);
-    Put32(deep, 10, 54);
-    Put32(deep, 2, uint32_t(deep.size()));
-    all.push_back({deep, "<DibBMPLoad()=NULL (DibCreateFromBitmapInfo)\r"});
-    // 8 bits count 256 colours when biClrUsed is 0: the pixels cannot start among them.
-    std::string implied = good;
-    Put32(implied, 46, 0);
-    Put32(implied, 10, off - 4);
-    Put32(implied, 2, size - 4);
-    all.push_back({implied, nullptr});
-    for (size_t i = 0; i < all.size(); ++i) {
-        SCOPED_TRACE(i);
-        WriteBytes("bad.bmp", all[i].bytes);
+        for (const Field& f : fields)
+            for (size_t i = 0; i < f.size; ++i) b[f.at + i] = char(f.value >> (8 * i));
+        WriteBytes("bad.bmp", b);
         LeakGuard guard;
         StartLog(8);
         EXPECT_EQ(tovLoadBMP(u"bad"), nullptr);
         StopLog();
-        auto lines = LogLines();
-        ASSERT_GE(lines.size(), 2u);
+        const auto lines = LogLines();
+        ASSERT_FALSE(lines.empty());
         EXPECT_EQ(lines.back(), "<tovLoadBMP()=NULL (error)\r");
-        EXPECT_TRUE(!all[i].line || lines[lines.size() - 2] == all[i].line) << lines[lines.size() - 2];
     }
-    LeakGuard guard;
-    EXPECT_EQ(Load("missing.bmp"), nullptr);
-    EXPECT_EQ(DibBMPLoad(nullptr), nullptr);
-}
-
-// The public BMP suite: the plain 1, 4 and 8-bit files (and the two of more
-// bits that carry a colour table) load with their pixels as stored; all
-// others are refused, none crashes or leaks.
-TEST(DibBmp, PublicSuite) {
-    const std::set<std::string> loads = {"g/pal1", "g/pal1bg", "g/pal1wb", "g/pal4", "g/pal4gs", "g/pal8", "g/pal8-0",
-        "g/pal8gs", "g/pal8nonsquare", "g/pal8w124", "g/pal8w125", "g/pal8w126", "g/rgb24pal", "g/rgb16-565pal",
-        "q/pal1p1", "q/pal8offs", "b/baddens1", "b/baddens2", "b/pal8badindex"};
-    int loaded = 0, refused = 0;
-    for (const char* group : {"g", "q", "b", "x"}) {
-        for (const std::string& path : FilesIn(TestDataDir() + "/bmpsuite/" + group, ".bmp")) {
-            const std::string base = BaseName(path), name = std::string(group) + "/" + base.substr(0, base.size() - 4);
-            SCOPED_TRACE(name);
-            LeakGuard guard;
-            Dib h(Load(path));
-            if (!loads.count(name)) {
-                EXPECT_EQ(h.h, nullptr);
-                ++refused;
-                continue;
-            }
-            ASSERT_NE(h.h, nullptr);
-            ++loaded;
-            const std::string file = ReadFileBytes(path);
-            EXPECT_EQ(DibWidth(h), LONG(Le32(file, 18)));
-            EXPECT_EQ(DibHeight(h), LONG(Le32(file, 22)));
-            EXPECT_EQ(DibBitCount(h), BYTE(file[28]));
-            EXPECT_EQ(std::memcmp(h.h->pbmiColors, file.data() + 54, DibPaletteSize(h)), 0);
-            const size_t off = Le32(file, 10), rows = size_t(DibHeight(h)) * DibRowLength(h);
-            ASSERT_GE(file.size(), off + rows);
-            EXPECT_EQ(std::memcmp(h.h->pBits, file.data() + off, rows), 0);
-        }
-    }
-    EXPECT_EQ(loaded, int(loads.size()));
-    EXPECT_GT(refused, 60);
 }
 
 TEST(DibBmp, FixExtensionTable) {
     struct Case { const char *name, *ext; int result; const char* after; } cases[] = {
         {"a", "bmp", 0, "a"}, {"", "bmp", 0, ""}, {"ab", "bmp", 1, "ab.bmp"}, {"x.bmp", "bmp", 1, "x.bmp"},
         {"x.BmP", "bmp", 1, "x.BmP"}, {"x.jpg", "bmp", 1, "x.jpg.bmp"}, {"x.bmp.jpg", "bmp", 1, "x.bmp.jpg.bmp"},
-        {"x.jpg.bmp", "bmp", 1, "x.jpg.bmp"}, {"name.", "bmp", 1, "name.bmp"},
+        {"x.jpg.bmp", "bmp", 1, "x.jpg.bmp"}, {"name.", "bmp", 1, "name.bmp"}, {"x.bmpx", "bmp", 1, "x.bmpx.bmp"},
         {".bmp", "bmp", 1, ".bmp.bmp"},  // a leading dot is no extension
-        {".b", "png", 1, ".b.png"}, {"d.x/file", "jpg", 1, "d.x/file.jpg"}, {"x.bmpx", "bmp", 1, "x.bmpx.bmp"},
-        {"x.bm", "bmp", 1, "x.bm.bmp"},
+        {"d.x/file", "jpg", 1, "d.x/file.jpg"}, {"x.bm", "bmp", 1, "x.bm.bmp"},
     };
     for (const Case& c : cases) {
         WCHAR buffer[TOV_MAX_PATH] = {};

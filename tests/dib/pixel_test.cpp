@@ -52,10 +52,6 @@ TEST(DibPixel, UnmaskedValuesWithinOneByte) {
         io.set(h, c.x, 0, c.value);
         EXPECT_EQ(h.h->ppRow[0][0], c.after) << c.bits << " bits at " << c.x << ", value " << c.value;
     }
-    Dib h4(tovCreateHDIBExt(2, 1, 0, 4));
-    h4.h->ppRow[0][0] = 0xA5;
-    EXPECT_EQ(DibGetPixel4(h4, 0, 0), 0xAu);  // high nibble first
-    EXPECT_EQ(DibGetPixel4(h4, 1, 0), 0x5u);
     // Other depths are refused and leave the pair registered before.
     DibPixelIO io{};
     EXPECT_EQ(DibRegisterPixelIO(4, &io), 0u);

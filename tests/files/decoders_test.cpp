@@ -1,7 +1,7 @@
 // PNG and JPEG files against independent decoders: the public PNG suite
 // against libpng's simplified reader, the public JPEG samples against
 // libjpeg's own decompressor, and saved files of every depth and odd widths
-// read back by both; JPEG's temporary for short tables, and quality.
+// read back by both, and JPEG's quality.
 #include "filestest.h"
 
 #include <png.h>
@@ -11,9 +11,15 @@
 
 #include <csetjmp>
 #include <cstring>
-#include <set>
 
 namespace {
+
+struct Decoded {
+    bool ok = false, damaged = false;  // damaged: libjpeg warned the data ran out or is corrupt
+    uint32_t width = 0, height = 0;
+    int components = 0;
+    std::vector<BYTE> samples;  // rows top first, no padding
+};
 
 uint32_t Be32(const std::string& b, size_t at) {
     return uint32_t(BYTE(b[at])) << 24 | uint32_t(BYTE(b[at + 1])) << 16 | uint32_t(BYTE(b[at + 2])) << 8 | BYTE(b[at + 3]);
@@ -97,24 +103,8 @@ bool DecodeRows(jpeg_decompress_struct* cinfo, OracleError* err, Decoded* d) {
     return true;
 }
 
-// A smooth picture, as a camera would give it: JPEG keeps it closely.
-HDIB MakeSmooth(LONG width, LONG height) {
-    HDIB h = tovCreateHDIBExt(width, height, 0, 8);
-    for (LONG y = 0; y < height; ++y)
-        for (LONG x = 0; x < width; ++x) StoreSetPixel(h, x, y, DWORD((x * 3 + y * 2) % 256));
-    return h;
-}
-
-}  // namespace
-
-void filestest::FixPngChecksums(std::string& b) {
-    ForEachChunk(b, [&](const std::string&, size_t data, size_t length) {
-        uint32_t crc = uint32_t(crc32(0, reinterpret_cast<const Bytef*>(b.data() + data - 4), uInt(length + 4)));
-        for (int i = 0; i < 4; ++i) b[data + length + size_t(i)] = char(crc >> (24 - 8 * i));
-    });
-}
-
-Decoded filestest::OracleJpeg(const std::string& bytes) {
+// libjpeg's own decompressor from memory, grey output.
+Decoded OracleJpeg(const std::string& bytes) {
     Decoded d;
     jpeg_decompress_struct cinfo;
     OracleError err;
@@ -135,6 +125,23 @@ Decoded filestest::OracleJpeg(const std::string& bytes) {
     return d;
 }
 
+// A smooth picture, as a camera would give it: JPEG keeps it closely.
+HDIB MakeSmooth(LONG width, LONG height) {
+    HDIB h = tovCreateHDIBExt(width, height, 0, 8);
+    for (LONG y = 0; y < height; ++y)
+        for (LONG x = 0; x < width; ++x) StoreSetPixel(h, x, y, DWORD((x * 3 + y * 2) % 256));
+    return h;
+}
+
+}  // namespace
+
+void filestest::FixPngChecksums(std::string& b) {
+    ForEachChunk(b, [&](const std::string&, size_t data, size_t length) {
+        uint32_t crc = uint32_t(crc32(0, reinterpret_cast<const Bytef*>(b.data() + data - 4), uInt(length + 4)));
+        for (int i = 0; i < 4; ++i) b[data + length + size_t(i)] = char(crc >> (24 - 8 * i));
+    });
+}
+
 // A strict grey loader takes the 1, 4 and 8-bit grey and palette PNG files
 // that libpng can read, and nothing else; JPEG files of every coding load as
 // libjpeg's grey (colour as luminance), and where libjpeg fails or runs out
@@ -142,20 +149,11 @@ Decoded filestest::OracleJpeg(const std::string& bytes) {
 // honest: both PNG interlace methods and kinds, odd sizes; other depths,
 // colour, alpha and damage refused.
 TEST(Decoders, PublicSamplesLoadExactlyOrAreRefused) {
-    const struct { const char* dir; size_t files, loads; std::vector<const char*> in, out; } suites[] = {
-        {"/pngsuite", 170, 77,
-         {"basn0g01.png", "basi0g04.png", "basn3p08.png", "basi3p01.png", "s01i3p01.png", "s39i3p04.png", "tbbn0g04.png", "g10n3p04.png"},
-         {"basn0g02.png", "basn0g16.png", "basn2c08.png", "basn4a08.png", "basi3p02.png", "xs1n0g01.png", "xcsn0g01.png", "xdtn0g01.png"}},
-        {"/jpeg", 9, 6,
-         {"hopper_gray.jpg", "hopper.jpg", "testimgint.jpg", "testimgari.jpg", "skater-progressive.jpg"},
-         {"monkey12.jpg", "pil_sample_cmyk.jpg", "truncated_jpeg.jpg"}},
-    };
+    const struct { const char* dir; size_t loads; } suites[] = {{"/pngsuite", 77}, {"/jpeg", 6}};
     for (const auto& suite : suites) {
         const bool png = suite.dir[1] == 'p';
-        std::vector<std::string> files = FilesIn(TestDataDir() + suite.dir, png ? ".png" : ".jpg");
-        ASSERT_GE(files.size(), suite.files);
-        std::set<std::string> loaded;
-        for (const std::string& path : files) {
+        size_t loaded = 0;
+        for (const std::string& path : FilesIn(TestDataDir() + suite.dir, png ? ".png" : ".jpg")) {
             SCOPED_TRACE(BaseName(path));
             const std::string bytes = ReadFileBytes(path);
             const int depth = png ? BYTE(bytes[24]) : 0, colorType = png ? bytes[25] : 0;
@@ -168,37 +166,10 @@ TEST(Decoders, PublicSamplesLoadExactlyOrAreRefused) {
             ASSERT_EQ(h != nullptr, sound);
             if (h && png) ExpectSamePicture(h, bytes);
             if (h && !png) ExpectPicture(h, jpeg, 8);
-            if (h) loaded.insert(BaseName(path));
+            loaded += h != nullptr;
         }
-        EXPECT_EQ(loaded.size(), suite.loads);
-        for (const char* name : suite.in) EXPECT_TRUE(loaded.count(name)) << name;
-        for (const char* name : suite.out) EXPECT_FALSE(loaded.count(name)) << name;
+        EXPECT_EQ(loaded, suite.loads);
     }
-}
-
-// An 8-bit bitmap with a short colour table goes through the temporary; its
-// bytes are written as they stand. Quality runs 0 to 100, and tells.
-TEST(Jpeg, ShortColourTableAndQuality) {
-    ScratchDir dir;
-    LeakGuard guard;
-    Dib h(MakeSmooth(40, 30));
-    std::vector<BYTE> block(40 + 16 * 4, 0);
-    auto* info = reinterpret_cast<BITMAPINFO*>(block.data());
-    info->bmiHeader = h.h->ds.dsBmih;
-    info->bmiHeader.biClrUsed = 16;
-    Dib shortTable(DibCreateFromBitmapInfo(info));
-    std::vector<BYTE> pixels = StoreBytes(h);
-    std::copy(pixels.begin(), pixels.end(), shortTable.h->pBits);
-    ASSERT_EQ(tovSaveJPG(h, u"full", 75) + tovSaveJPG(shortTable, u"short", 75), 0u);
-    EXPECT_EQ(ReadFileBytes("short.jpg"), ReadFileBytes("full.jpg"));
-    EXPECT_EQ(DibNumColors(shortTable), 16u);
-    for (DWORD quality : {0u, 1u, 100u, 101u, 0xFFFFFFFFu}) {
-        std::remove("qq.jpg");
-        EXPECT_EQ(tovSaveJPG(h, u"qq", quality), quality <= 100 ? 0 : DibErrorInvalidParm) << quality;
-        EXPECT_EQ(FileExists("qq.jpg"), quality <= 100) << quality;
-    }
-    ASSERT_EQ(tovSaveJPG(h, u"low", 10), 0u);
-    EXPECT_LT(ReadFileBytes("low.jpg").size(), ReadFileBytes("full.jpg").size());
 }
 
 // Other depths go to JPEG as their 8-bit conversion, 8 bits as a baseline
@@ -237,4 +208,8 @@ TEST(Decoders, SavedFilesReadBackByLibjpegAndLibpng) {
             EXPECT_EQ(StoreBytes(back), StoreBytes(h));
             EXPECT_EQ(back.h->pbmiColors[1].rgbRed, 255 / ((1 << bits) - 1));
         }
+    // Quality runs from 0 (101 is refused in the format-switch test), and tells.
+    Dib smooth(MakeSmooth(40, 30));
+    ASSERT_EQ(tovSaveJPG(smooth, u"low", 0) + tovSaveJPG(smooth, u"high", 100), 0u);
+    EXPECT_LT(ReadFileBytes("low.jpg").size(), ReadFileBytes("high.jpg").size());
 }

@@ -1,6 +1,4 @@
-// Helpers of the image-file tests: independent decoders (libpng's simplified
-// API, libjpeg's own decompressor) that the files of the library are checked
-// against.
+// Helpers of the image-file tests.
 #pragma once
 
 #include "allocfail.h"
@@ -11,16 +9,8 @@ using namespace tovtest;
 
 namespace filestest {
 
-struct Decoded {
-    bool ok = false, damaged = false;  // damaged: libjpeg warned the data ran out or is corrupt
-    uint32_t width = 0, height = 0;
-    int components = 0;
-    std::vector<BYTE> samples;  // rows top first, no padding
-};
 // Recomputes every chunk checksum that the layout still lets one find.
 void FixPngChecksums(std::string& bytes);
-// libjpeg from memory, grey output.
-Decoded OracleJpeg(const std::string& bytes);
 
 }  // namespace filestest
 using namespace filestest;

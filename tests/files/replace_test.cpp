@@ -66,10 +66,7 @@ TEST(Replace, FifosAndNamesThatAreNotUtf16) {
     Dib h(MakePatterned(9, 4, 8));
     EXPECT_EQ(tovSaveBMP(h, u"pipe.bmp"), DWORD(DibErrorFileCreation));
     tovConfigDebug(0, 5, tovDebugFile);
-    for (const char16_t* name : {u"s\xD800.bmp", u"s\xDFFF.bmp", u"s\xDC00\xD800.bmp"}) {
-        EXPECT_EQ(tovSaveBMP(h, name), DWORD(DibErrorFileCreation));
-        EXPECT_EQ(tovLoadBMP(name), nullptr);
-    }
+    EXPECT_EQ(tovSaveBMP(h, u"s\xDC00\xD800.bmp"), DWORD(DibErrorFileCreation));  // a pair the wrong way round
     EXPECT_EQ(FilesIn(".", "").size(), 4u);
     ASSERT_EQ(tovSaveBMP(h, u"s\xD83D\xDE00.bmp"), 0u);  // one character beyond the first plane
     EXPECT_TRUE(FileExists("s\xF0\x9F\x98\x80.bmp"));
