@@ -5,7 +5,9 @@
 
 #include <stdlib.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 
 using namespace tovtest;
 
@@ -247,4 +249,26 @@ TEST_F(CameraTest, AllocationFailureOnStartAndCapture) {
         engine.Reset();
     });
     EXPECT_GT(sites, 20);
+}
+
+// Capture with processing while another thread changes settings and this one opens and closes.
+TEST_F(CameraTest, ConcurrentCaptureSettingsAndSessions) {
+    ASSERT_EQ(Init(u"Inverted"), 0u);
+    std::atomic<bool> stop{false};
+    std::thread capture([&] {
+        for (Dib h(MakePatterned(8, 8, 8)); !stop;)
+            Codes({tovStartCapture(), tovCaptureImage(h, tovCaptureFullProcessed),
+                   tovCaptureImage(h, tovCapturePreviewProcessed), tovStopCapture()});
+    });
+    std::thread settings([&] {
+        for (LONG i = 0; !stop; ++i) {
+            EsPair pair = {1, LONG(100 + i % 100)};
+            Codes({tovSetAimer(i & 1), tovSetIllumination(i & 1), tovSetExposureSettings(&pair, 8),
+                   tovSetExposureMode(i % 2 ? 0 : 2), tovGetImagerPreviewHeight()});
+        }
+    });
+    for (int i = 0; i < 20; ++i) Codes({tovUninitCamera(), Init(u"Inverted")});
+    stop = true;
+    capture.join();
+    settings.join();
 }

@@ -1,15 +1,21 @@
-// BMP files: round trips, the file layout, malformed and foreign headers,
-// and how file names get their extension. Headers the record refuses are in
-// the record tests; failing names and media, cut and damaged files with the
-// other formats' in tests/files and tests/replay.
+// BMP files: round trips, the file layout, malformed and foreign headers, the
+// public BMP suite, and how file names get their extension. Headers the record
+// refuses are in the record tests; failing names and media, cut and damaged
+// files with the other formats' in tests/files and tests/replay.
 #include "dibimages.h"
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 
 using namespace tovtest;
 
 namespace {
+
+uint32_t Le32(const std::string& bytes, size_t at) {
+    return uint32_t(BYTE(bytes[at])) | uint32_t(BYTE(bytes[at + 1])) << 8 | uint32_t(BYTE(bytes[at + 2])) << 16 |
+           uint32_t(BYTE(bytes[at + 3])) << 24;
+}
 
 void Put32(std::string& bytes, size_t at, uint32_t v) {
     for (int i = 0; i < 4; ++i) bytes[at + i] = char(v >> (8 * i));
@@ -133,4 +139,39 @@ TEST(DibBmp, FixExtensionTable) {
     WCHAR* unended = reinterpret_cast<WCHAR*>(page.End()) - (TOV_TRACE_NAME_MAX - 1);
     std::fill(unended, unended + TOV_TRACE_NAME_MAX - 1, u'n');
     EXPECT_EQ(tovSaveBMP(nullptr, unended), DWORD(tovErrorBadFileName));
+}
+
+// The public BMP suite: the plain 1, 4 and 8-bit files (and the two of more
+// bits that carry a colour table) load with their pixels as stored; all
+// others are refused, none crashes or leaks.
+TEST(DibBmp, PublicSuite) {
+    const std::set<std::string> loads = {"g/pal1", "g/pal1bg", "g/pal1wb", "g/pal4", "g/pal4gs", "g/pal8", "g/pal8-0",
+        "g/pal8gs", "g/pal8nonsquare", "g/pal8w124", "g/pal8w125", "g/pal8w126", "g/rgb24pal", "g/rgb16-565pal",
+        "q/pal1p1", "q/pal8offs", "b/baddens1", "b/baddens2", "b/pal8badindex"};
+    int loaded = 0, refused = 0;
+    for (const char* group : {"g", "q", "b", "x"}) {
+        for (const std::string& path : FilesIn(TestDataDir() + "/bmpsuite/" + group, ".bmp")) {
+            const std::string base = BaseName(path), name = std::string(group) + "/" + base.substr(0, base.size() - 4);
+            SCOPED_TRACE(name);
+            LeakGuard guard;
+            Dib h(Load(path));
+            if (!loads.count(name)) {
+                EXPECT_EQ(h.h, nullptr);
+                ++refused;
+                continue;
+            }
+            ASSERT_NE(h.h, nullptr);
+            ++loaded;
+            const std::string file = ReadFileBytes(path);
+            EXPECT_EQ(DibWidth(h), LONG(Le32(file, 18)));
+            EXPECT_EQ(DibHeight(h), LONG(Le32(file, 22)));
+            EXPECT_EQ(DibBitCount(h), BYTE(file[28]));
+            EXPECT_EQ(std::memcmp(h.h->pbmiColors, file.data() + 54, DibPaletteSize(h)), 0);
+            const size_t off = Le32(file, 10), rows = size_t(DibHeight(h)) * DibRowLength(h);
+            ASSERT_GE(file.size(), off + rows);
+            EXPECT_EQ(std::memcmp(h.h->pBits, file.data() + off, rows), 0);
+        }
+    }
+    EXPECT_EQ(loaded, int(loads.size()));
+    EXPECT_GT(refused, 60);
 }

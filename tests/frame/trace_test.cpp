@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <regex>
 #include <string>
+#include <thread>
 
 using namespace tovtest;
 using testing::internal::CaptureStderr;
@@ -172,6 +173,32 @@ TEST(TraceDeathTest, AssertionsEndTheProcess) {
                 "ASSERT failed in file .*trace_test\\.cpp at line [0-9]+ \r\n");
     DIB_ASSERT(1 + 1 == 2);
     ASSERT(sizeof(int) == 4);
+}
+
+// Threads configure and trace at once, the first configuration of the
+// process among them: every line arrives whole, each thread's in order.
+TEST(TraceThreadTest, LinesFromThreadsStayWholeAndNoneIsLost) {
+    ScratchDir dir;
+    constexpr int kThreads = 4, kLines = 300;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([t] {
+            for (int i = 0; i < kLines; ++i) {
+                if (i < 50) tovConfigDebug(1, 5, tovDebugFile);
+                DebugTrace(5, u"thread %d line %d of the test\r\n", t, i);
+            }
+        });
+    for (std::thread& thread : threads) thread.join();
+    StopLog();
+    std::vector<int> next(kThreads, 0);
+    for (const std::string& line : LogLines()) {
+        int t, i;
+        char tail[32] = {};
+        ASSERT_EQ(std::sscanf(line.c_str(), "thread %d line %d of the tes%31s", &t, &i, tail), 3) << line;
+        ASSERT_TRUE(t >= 0 && t < kThreads) << line;
+        EXPECT_EQ(i, next[t]++) << line;
+    }
+    EXPECT_EQ(next, std::vector<int>(kThreads, kLines));
 }
 
 }  // namespace

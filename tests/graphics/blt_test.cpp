@@ -5,6 +5,7 @@
 #include "gfxcanvas.h"
 
 #include <array>
+#include <climits>
 #include <testsupport.h>
 
 using gfx::Canvas;
@@ -144,3 +145,26 @@ TEST(DeviceContexts, RefuseDeadAndForeignHandles) {
 }
 
 }  // namespace
+
+TEST(BitBlt, ClipsToBothSurfaces) {
+    std::mt19937 rng(9);
+    Canvas src(8, 8, 8);
+    src.Random(rng);
+    const int cases[][6] = {
+        {-3, -2, 8, 8, 0, 0}, {5, 6, 8, 8, 0, 0}, {0, 0, 8, 8, -4, -1}, {0, 0, 8, 8, 5, 6},
+        {-100, -100, 8, 8, 0, 0}, {INT_MIN, INT_MIN, INT_MAX, INT_MAX, 0, 0},
+        {0, 0, INT_MAX, INT_MAX, INT_MIN, INT_MIN}, {INT_MAX, INT_MAX, INT_MIN, INT_MIN, 0, 0},
+    };
+    for (const auto& c : cases) {
+        Canvas dst(10, 9, 8);
+        dst.Fill(3);
+        ASSERT_TRUE(BitBlt(dst.dc, c[0], c[1], c[2], c[3], src.dc, c[4], c[5], SRCCOPY));
+        if (c[2] < 0) continue;  // wrapping rectangles only have to stay inside
+        for (LONG y = 0; y < 9; ++y)
+            for (LONG x = 0; x < 10; ++x) {
+                int64_t u = int64_t(x) - c[0] + c[4], v = int64_t(y) - c[1] + c[5];
+                bool in = x >= c[0] && x < int64_t(c[0]) + c[2] && y >= c[1] && y < int64_t(c[1]) + c[3] && u >= 0 && u < 8 && v >= 0 && v < 8;
+                ASSERT_EQ(dst.Get(x, y), in ? src.Get(LONG(u), LONG(v)) : 3u) << x << "," << y;
+            }
+    }
+}

@@ -5,6 +5,7 @@
 #include <tovrel/tovrel.h>
 
 #include <cmath>
+#include <thread>
 
 using namespace opstest;
 
@@ -122,3 +123,35 @@ TEST(Exports, AllocationFailureAtEverySite) {
 }
 
 }  // namespace
+
+// Threads on bitmaps of their own at every depth give what the same chain of
+// calls gives one at a time: no operation shares state with another.
+TEST(Exports, ConcurrentCallsOnDifferentBitmaps) {
+    auto chain = [](DWORD bits, uint32_t seed) {
+        Dib d = Random(61 + LONG(seed % 7), 43, bits, seed);
+        int failures = 0;
+        for (int round = 0; round < 3; ++round) {
+            failures += (tovRankFilter(d, 4 - round) != 0) + (tovDespeckle(d, 5, 1) != 0) + (tovContrast(d, -60) != 0) +
+                        (tovInvert(d) != 0) + (tovFlipVertical(d) != 0) + (tovFlipHorizontal(d) != 0);
+            if (bits != 8) continue;
+            failures += (tovGammaCorrection(d, 1.4) != 0) + (tovHistogramStretch(d) != 0) + (tovAverage(d) != 0) +
+                        (tovSharpen(d, 10 + round) != 0) + (tovInfinityFilter(d) != 0) +
+                        (tovThreshold(d, round == 1 ? 0 : 120) != 0) +
+                        (tovConvolutionFilter(d, kKernel, 2, 3, 3, 9) != 0) + (round == 2 && tovDither16Color(d) != 0);
+        }
+        failures += (tovCrop(d, 3, 2, 50, 37) != 0) + (tovScale(d, 73) != 0);
+        Bytes out = Store(d);
+        out.insert(out.end(), {BYTE(DibWidth(d)), BYTE(DibHeight(d)), BYTE(failures)});
+        return out;
+    };
+    constexpr unsigned kThreads = 6;
+    std::vector<Bytes> single, results(kThreads);
+    for (unsigned i = 0; i < kThreads; ++i) single.push_back(chain(kDepths[i % 3], 100 + i));
+    for (const Bytes& s : single) ASSERT_EQ(s.back(), 0) << "a call failed";
+    for (int repeat = 0; repeat < 3; ++repeat) {
+        std::vector<std::thread> threads;
+        for (unsigned i = 0; i < kThreads; ++i) threads.emplace_back([&, i] { results[i] = chain(kDepths[i % 3], 100 + i); });
+        for (std::thread& t : threads) t.join();
+        EXPECT_EQ(results, single);
+    }
+}

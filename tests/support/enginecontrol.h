@@ -1,5 +1,5 @@
 // The stand-in scan engine through its control interface: calls by ordinal
-// and by name, resets, failures on demand, geometry and counters.
+// by name, resets, failures on demand, geometry and counters.
 #pragma once
 
 #include <tovrel/platform.h>
@@ -29,10 +29,6 @@ struct EngineControls {
     EngineControls(const EngineControls&) = delete;
     EngineControls& operator=(const EngineControls&) = delete;
 
-    template <class F>
-    F Proc(WORD ordinal) const {
-        return reinterpret_cast<F>(GetProcAddressW(m, MAKEINTRESOURCEW(ordinal)));
-    }
     template <class F>
     F Get(const char* name) const {
         return reinterpret_cast<F>(GetProcAddressW(m, W(name).c_str()));
