@@ -1,5 +1,5 @@
-// The stand-in scan engine through its control interface: calls by ordinal
-// by name, resets, failures on demand, geometry and counters.
+// The stand-in scan engine through its control interface: calls by name,
+// resets, failures on demand, geometry and counters.
 #pragma once
 
 #include <tovrel/platform.h>
