@@ -6,8 +6,11 @@
 
 #include <tovrel/tovrel.h>
 
+#include "dibkernels.h"
+
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <iterator>
 
 using namespace opstest;
@@ -187,4 +190,21 @@ TEST(PointOperations, ExtremeArguments) {
     EXPECT_EQ(DibHistogramBlackValue(counters, kMax), 7u);
     EXPECT_EQ(DibHistogramWhiteValue(counters, kMax), 9u);
     EXPECT_EQ(DibHistogramWhiteValue(counters, kMin), 255u);  // 0 at level 255 already exceeds it
+}
+
+// The cpu runs are only worth their time if TOVREL_CPU and the setter really
+// move the choice: the processor's own features, capped by the ceiling.
+TEST(Processor, ChoiceFollowsTheEnvironmentAndTheSetter) {
+    const char* env = std::getenv("TOVREL_CPU");
+    const std::string ceiling = env ? env : "";
+    const bool avx2 = ceiling != "portable" && __builtin_cpu_supports("avx2");
+    EXPECT_TRUE(DibCpuHas(DIB_CPU_PORTABLE));
+    EXPECT_EQ(bool(DibCpuHas(DIB_CPU_AVX2)), avx2);
+    if (ceiling == "portable" || ceiling == "avx2") {
+        EXPECT_FALSE(DibCpuHas(DIB_CPU_AVX512));
+    }
+    DibCpuSetCeiling(DIB_CPU_PORTABLE);
+    EXPECT_FALSE(DibCpuHas(DIB_CPU_AVX2));
+    DibCpuSetCeiling(-1);  // back to the environment's choice
+    EXPECT_EQ(bool(DibCpuHas(DIB_CPU_AVX2)), avx2);
 }
