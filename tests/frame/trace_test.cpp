@@ -1,5 +1,5 @@
 // The trace log: stamps, levels, sinks and their order, the cut at the line
-// limit, the file sink, the memory dump and the assertions.
+// limit, the file sink, the memory dump, the assertions and threads.
 #include "testsupport.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,6 @@
 // Raster operations, BitBlt and StretchBlt against their definitions: every
-// operation on every depth, stretching, mirroring, depth conversion and bad
-// handles. (Clipping: the overlays and tovDisplayImage, which draw past the
-// picture's edges.)
+// operation on every depth, stretching, mirroring, depth conversion,
+// clipping at the integer limits and bad handles.
 #include "gfxcanvas.h"
 
 #include <array>

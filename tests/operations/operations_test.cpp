@@ -1,5 +1,5 @@
 // The image operations' exports as a whole: refusals and the order of the
-// checks, a trace, and allocation failure at every site.
+// checks, a trace, allocation failure at every site, and threads at once.
 #include "opstest.h"
 
 #include <tovrel/tovrel.h>
