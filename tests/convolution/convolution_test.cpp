@@ -1,9 +1,6 @@
 // The convolution family against a plain reference: the working copy with
 // its mirrored borders, the tap-by-tap sum in wrapping 32-bit arithmetic,
 // the truncating division, bias and decision.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <climits>
 
 #include "opstest.h"
@@ -170,12 +167,8 @@ TEST(Convolution, Refusals) {
     const LONG k9[9] = {1, 1, 1, 1, 1, 1, 1, 1, 1};
     Dib g = Random(7, 4, 8, 5);
     const Bytes before = Store(g);
-    // A kernel whose last entry lies just before an unreadable page.
-    const long page = sysconf(_SC_PAGESIZE);
-    char* mem = (char*)mmap(nullptr, (size_t)page * 2, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(mem, MAP_FAILED);
-    ASSERT_EQ(mprotect(mem + page, (size_t)page, PROT_NONE), 0);
-    const LONG* edge = (const LONG*)(mem + page) - 8;
+    tovtest::GuardedPage page;  // a kernel whose last entry lies just before an unreadable page
+    const LONG* edge = (const LONG*)page.End() - 8;
     const struct { const char* what; DWORD want, got; } cases[] = {
         {"divisor 0", 5, tovConvolutionFilter(g, k9, 3, 3, 0, 0)},
         {"null kernel", 7, tovConvolutionFilter(g, nullptr, 3, 3, 1, 0)},
@@ -193,7 +186,6 @@ TEST(Convolution, Refusals) {
         EXPECT_EQ(c.got, c.want) << c.what;
         EXPECT_EQ(Store(g), before) << c.what;
     }
-    munmap(mem, (size_t)page * 2);
 }
 
 }  // namespace

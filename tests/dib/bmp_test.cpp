@@ -12,15 +12,6 @@ using namespace tovtest;
 
 namespace {
 
-uint32_t Le32(const std::string& bytes, size_t at) {
-    return uint32_t(BYTE(bytes[at])) | uint32_t(BYTE(bytes[at + 1])) << 8 | uint32_t(BYTE(bytes[at + 2])) << 16 |
-           uint32_t(BYTE(bytes[at + 3])) << 24;
-}
-
-void Put32(std::string& bytes, size_t at, uint32_t v) {
-    for (int i = 0; i < 4; ++i) bytes[at + i] = char(v >> (8 * i));
-}
-
 HDIB Load(const std::string& path) { return DibBMPLoad(W(path).c_str()); }
 DWORD Save(const std::string& path, HDIB h) { return DibBMPSave(W(path).c_str(), h); }
 
@@ -61,9 +52,9 @@ TEST(DibBmp, ForeignBiSizeImageIsKeptAndNeverOverrun) {
     ASSERT_EQ(Save("plain.bmp", h), 0u);
     std::string bytes = ReadFileBytes("plain.bmp");
     const uint32_t rows = 3 * 12;
-    Put32(bytes, 34, rows + 8);
+    PutLE(bytes, 34, rows + 8);
     bytes += std::string(8, '\x5A');
-    Put32(bytes, 2, uint32_t(bytes.size()));
+    PutLE(bytes, 2, uint32_t(bytes.size()));
     WriteBytes("padded.bmp", bytes);
     Dib back(Load("padded.bmp"));
     ASSERT_NE(back.h, nullptr);
@@ -96,8 +87,7 @@ TEST(DibBmp, MalformedFilesGiveNullWithoutLeaks) {
     for (const auto& fields : cases) {
         SCOPED_TRACE(&fields - cases.data());
         std::string b = good;
-        for (const Field& f : fields)
-            for (size_t i = 0; i < f.size; ++i) b[f.at + i] = char(f.value >> (8 * i));
+        for (const Field& f : fields) PutLE(b, f.at, f.value, int(f.size));
         WriteBytes("bad.bmp", b);
         LeakGuard guard;
         StartLog(8);
@@ -163,11 +153,11 @@ TEST(DibBmp, PublicSuite) {
             ASSERT_NE(h.h, nullptr);
             ++loaded;
             const std::string file = ReadFileBytes(path);
-            EXPECT_EQ(DibWidth(h), LONG(Le32(file, 18)));
-            EXPECT_EQ(DibHeight(h), LONG(Le32(file, 22)));
+            EXPECT_EQ(DibWidth(h), LONG(GetLE(file, 18)));
+            EXPECT_EQ(DibHeight(h), LONG(GetLE(file, 22)));
             EXPECT_EQ(DibBitCount(h), BYTE(file[28]));
             EXPECT_EQ(std::memcmp(h.h->pbmiColors, file.data() + 54, DibPaletteSize(h)), 0);
-            const size_t off = Le32(file, 10), rows = size_t(DibHeight(h)) * DibRowLength(h);
+            const size_t off = GetLE(file, 10), rows = size_t(DibHeight(h)) * DibRowLength(h);
             ASSERT_GE(file.size(), off + rows);
             EXPECT_EQ(std::memcmp(h.h->pBits, file.data() + off, rows), 0);
         }

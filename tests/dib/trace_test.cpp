@@ -7,8 +7,6 @@ using namespace tovtest;
 
 namespace {
 
-std::string Num(const void* p) { return std::to_string(static_cast<long long>(reinterpret_cast<intptr_t>(p))); }
-
 using Golden = std::vector<std::string>;
 
 // The log without the memory-status dumps, whose figures change from run to run.
@@ -27,7 +25,7 @@ TEST(DibTrace, CreationAndUnload) {
     EXPECT_EQ(tovCreateHDIBExt(10, 10, 0, 24), nullptr);
     HDIB h = tovCreateHDIBExt(7, 3, 255, 1);
     ASSERT_NE(h, nullptr);
-    const std::string n = Num(h);
+    const std::string n = Handle(h);
     Golden lines = Lines();
     ASSERT_EQ(lines.size(), 15u);
     EXPECT_EQ(Golden(lines.begin(), lines.begin() + 3),

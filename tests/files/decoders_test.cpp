@@ -21,16 +21,12 @@ struct Decoded {
     std::vector<BYTE> samples;  // rows top first, no padding
 };
 
-uint32_t Be32(const std::string& b, size_t at) {
-    return uint32_t(BYTE(b[at])) << 24 | uint32_t(BYTE(b[at + 1])) << 16 | uint32_t(BYTE(b[at + 2])) << 8 | BYTE(b[at + 3]);
-}
-
 // Calls f(type, start of data, length) for each chunk after the signature;
 // false when the layout breaks.
 template <class F>
 bool ForEachChunk(const std::string& b, F f) {
     size_t at = 8;
-    for (uint32_t length; at + 12 <= b.size() && (length = Be32(b, at)) <= b.size() - at - 12; at += length + 12)
+    for (uint32_t length; at + 12 <= b.size() && (length = GetBE(b, at)) <= b.size() - at - 12; at += length + 12)
         f(b.substr(at + 4, 4), at + 8, size_t(length));
     return at == b.size();
 }
@@ -79,7 +75,7 @@ void ExpectPicture(HDIB h, const Decoded& d, DWORD depth, const std::string& pal
 // A PNG file that libpng reads, against the bitmap (IHDR is always the first chunk).
 void ExpectSamePicture(HDIB h, const std::string& bytes) {
     const size_t plte = bytes.find("PLTE");
-    const std::string palette = bytes[25] == 3 ? bytes.substr(plte + 4, Be32(bytes, plte - 4)) : "";
+    const std::string palette = bytes[25] == 3 ? bytes.substr(plte + 4, GetBE(bytes, plte - 4)) : "";
     ExpectPicture(h, OraclePng(bytes, palette.empty() ? PNG_FORMAT_GRAY : PNG_FORMAT_RGB), BYTE(bytes[24]), palette);
 }
 

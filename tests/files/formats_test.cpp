@@ -13,12 +13,6 @@
 
 namespace {
 
-void PutBe(std::string& b, size_t at, uint32_t v, int bytes) {
-    for (int i = 0; i < bytes; ++i) b[at + size_t(i)] = char(v >> (8 * (bytes - 1 - i)));
-}
-
-std::string Handle(const void* p) { return std::to_string(reinterpret_cast<intptr_t>(p)); }
-
 // A sound sample of the public suites, the file layer's save and load (name as
 // given), the code of a write that fails, at most the allocations of a refused header.
 const struct Format {
@@ -37,11 +31,10 @@ const struct Format {
 
 // The sample with its header declaring a picture of width x height.
 std::string Declare(const Format& f, std::string b, uint32_t w, uint32_t h) {
-    if (f.format == tovFormatPNG) PutBe(b, 16, w, 4), PutBe(b, 20, h, 4), FixPngChecksums(b);
+    if (f.format == tovFormatPNG) PutBE(b, 16, w), PutBE(b, 20, h), FixPngChecksums(b);
     const size_t sof = b.find("\xFF\xC0");
-    if (f.format == tovFormatJPG) PutBe(b, sof + 5, h, 2), PutBe(b, sof + 7, w, 2);
-    for (int i = 0; i < 4 && f.format == tovFormatBMP; ++i)  // biSizeImage 0: the rows' own size
-        b[18 + i] = char(w >> 8 * i), b[22 + i] = char(h >> 8 * i), b[34 + i] = 0;
+    if (f.format == tovFormatJPG) PutBE(b, sof + 5, h, 2), PutBE(b, sof + 7, w, 2);
+    if (f.format == tovFormatBMP) PutLE(b, 18, w), PutLE(b, 22, h), PutLE(b, 34, 0);  // biSizeImage 0: the rows' own size
     return b;
 }
 

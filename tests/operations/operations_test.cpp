@@ -55,15 +55,13 @@ TEST(Exports, Refusals) {
     }
 }
 
-std::string Handle(HDIB h) { return std::to_string(static_cast<long long>(reinterpret_cast<intptr_t>(h))); }
-
 // A success, refusals of an argument and of handles as the trace shows them;
 // dithering wants 8 bits with 256 colours.
 TEST(Exports, TraceTexts) {
     tovtest::ScratchDir dir;
     Dib d(tovCreateHDIBExt(4, 4, 9, 8)), five = Uniform(4, 3, 9);
     five.h->ds.dsBmih.biClrUsed = 5;
-    const std::string h = Handle(d), h5 = Handle(five);
+    const std::string h = tovtest::Handle(d), h5 = tovtest::Handle(five);
     tovtest::StartLog(8);
     ASSERT_EQ(tovContrast(d, 128), DWORD(tovOk));
     EXPECT_EQ(tovRankFilter(d, 9), DWORD(DibErrorInvalidParm));

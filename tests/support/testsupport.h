@@ -70,6 +70,27 @@ inline std::string Codes(std::initializer_list<long> results) {
 // The text, or "<null>" for none.
 std::string Text(const WCHAR* text);
 
+// A handle as the trace lines print it.
+inline std::string Handle(const void* p) { return std::to_string(reinterpret_cast<intptr_t>(p)); }
+
+// Unsigned numbers of n bytes in file images, little- and big-endian.
+inline uint32_t GetLE(const std::string& b, size_t at, int n = 4) {
+    uint32_t v = 0;
+    for (int i = n - 1; i >= 0; --i) v = v << 8 | uint8_t(b[at + size_t(i)]);
+    return v;
+}
+inline uint32_t GetBE(const std::string& b, size_t at, int n = 4) {
+    uint32_t v = 0;
+    for (int i = 0; i < n; ++i) v = v << 8 | uint8_t(b[at + size_t(i)]);
+    return v;
+}
+inline void PutLE(std::string& b, size_t at, uint32_t v, int n = 4) {
+    for (int i = 0; i < n; ++i) b[at + size_t(i)] = char(v >> (8 * i));
+}
+inline void PutBE(std::string& b, size_t at, uint32_t v, int n = 4) {
+    for (int i = 0; i < n; ++i) b[at + size_t(i)] = char(v >> (8 * (n - 1 - i)));
+}
+
 // The functions libtovrel.so exports, as nm lists its dynamic symbols;
 // problems (a non-function, a versioned name) go to the list if given.
 std::vector<std::string> LibraryExports(std::vector<std::string>* problems = nullptr);
