@@ -1,5 +1,6 @@
 // The image operations' exports as a whole: refusals and the order of the
 // checks, a trace, allocation failure at every site, and threads at once.
+#include "allocfail.h"
 #include "opstest.h"
 
 #include <tovrel/tovrel.h>
@@ -98,25 +99,14 @@ TEST(Exports, AllocationFailureAtEverySite) {
             FillFrom(src, {3, 3, 3, 0, 250}, 2);
             Dib ok = Copy(src);
             ASSERT_EQ(r.call(ok), 0u);
-            long n = 1;
-            for (;; ++n) {
-                const long live = PlatLiveObjects();
-                HDIB d = DibCreateCopy(src);
-                const long count = PlatAllocationCount();
-                PlatFailAllocation(n);
-                const DWORD result = r.call(d);
-                const bool reached = PlatAllocationCount() - count >= n;
-                PlatFailAllocation(0);
-                if (!reached || DibWidth(d) == 23) { EXPECT_EQ(Store(d), Store(reached ? src : ok)) << "allocation " << n; }
-                DibUnload(d);
-                EXPECT_EQ(PlatLiveObjects(), live) << "leak at allocation " << n;
-                if (!reached) {
-                    EXPECT_EQ(result, 0u);
-                    break;
-                }
-                EXPECT_TRUE(result == DibErrorUnknown || result == DibErrorMemoryAlocation) << result;
-            }
-            EXPECT_GT(n, 1);  // an allocation was failed
+            const long sites = tovtest::ForEachFailureAfterSetup(
+                [&] { return Copy(src); }, [&](Dib& d) { return r.call(d); },
+                [&](Dib& d, DWORD result, bool reached) {
+                    if (!reached || DibWidth(d) == 23) { EXPECT_EQ(Store(d), Store(reached ? src : ok)); }
+                    if (!reached) { EXPECT_EQ(result, 0u); }
+                    else EXPECT_TRUE(result == DibErrorUnknown || result == DibErrorMemoryAlocation) << result;
+                });
+            EXPECT_GT(sites, 0);
         }
 }
 
