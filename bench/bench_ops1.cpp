@@ -5,6 +5,7 @@
 
 #include <tovrel/tovrel.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstring>
@@ -154,9 +155,10 @@ void BM_HistogramStretch(benchmark::State& state) {
 }
 BENCHMARK(BM_HistogramStretch)->Apply(benchutil::Sizes)->UseManualTime();
 
-// The stretch's two passes on their own against normalize's whole work: the
-// table over every row (part 0), and the exact count at four levels near
-// each end (part 1), the most it counts when its sample settles the points.
+// The stretch's passes on their own against normalize's whole work: a
+// table over every row (part 0), the exact count at four levels near each
+// end (part 1), the most it counts when its sample settles the points, and
+// the stretch's own table from 5 to 250 over every row (part 2).
 void BM_StretchParts(benchmark::State& state) {
     Picture p(LONG(state.range(0)), LONG(state.range(1)));
     if (!benchutil::Ready(state, p)) return;
@@ -165,9 +167,12 @@ void BM_StretchParts(benchmark::State& state) {
     for (int v = 0; v < 256; ++v) table[v] = BYTE(v);
     const BYTE base[2] = {3, 250};
     unsigned long long counts[8];
-    const std::function<void()> part = state.range(2) == 0
-                                           ? std::function<void()>([&] { DibTableRows8(table, p.get()->ppRow, h, w); })
-                                           : std::function<void()>([&] { DibCountNear8(p.get()->ppRow, h, w, base, 4, counts); });
+    BYTE stretch[256];
+    for (int v = 0; v < 256; ++v) stretch[v] = BYTE(std::clamp(v * 255 / 245 - 5 * 255 / 245, 0, 255));
+    const std::function<void()> parts[] = {[&] { DibTableRows8(table, p.get()->ppRow, h, w); },
+                                           [&] { DibCountNear8(p.get()->ppRow, h, w, base, 4, counts); },
+                                           [&] { DibStretchRows8(stretch, 245, 5 * 255 / 245, p.get()->ppRow, h, w); }};
+    const std::function<void()>& part = parts[state.range(2)];
     for (auto _ : state) part();
     benchutil::ReportRate(state, p.pixels());
 #ifdef TOV_HAVE_OPENCV
@@ -176,8 +181,8 @@ void BM_StretchParts(benchmark::State& state) {
 #endif
 }
 BENCHMARK(BM_StretchParts)
-    ->ArgsProduct({{640}, {480}, {0, 1}})
-    ->ArgsProduct({{4096}, {4096}, {0, 1}})
+    ->ArgsProduct({{640}, {480}, {0, 1, 2}})
+    ->ArgsProduct({{4096}, {4096}, {0, 1, 2}})
     ->ArgNames({"w", "h", "part"})
     ->Unit(benchmark::kMicrosecond);
 

@@ -139,6 +139,83 @@ extern "C" void DibTableRows8(const BYTE* table, BYTE* const* rows, size_t heigh
     BestWay()(table, rows, height, n);
 }
 
+/* ---- the stretch's table by arithmetic ---------------------------------- */
+
+namespace {
+
+// floor(n / d) for every 16-bit n by a multiply (Granlund and Montgomery's
+// round-up method): t = high half of n * magic, q = (t + (n - t) / 2) >> shift.
+struct Reciprocal {
+    uint16_t magic;
+    int shift;
+};
+
+bool MakeReciprocal(DWORD d, Reciprocal* r) {
+    if (d < 2 || d > 255) return false;  // 255 v / 1 does not fit a signed lane
+    int l = 1;
+    while ((1u << l) < d) ++l;
+    r->magic = static_cast<uint16_t>((uint64_t(1) << 16) * ((uint64_t(1) << l) - d) / d + 1);
+    r->shift = l - 1;
+    return true;
+}
+
+// One lane as the vector code computes it: 255 v / d, less the base, saturated to a byte.
+BYTE QuotientLane(DWORD v, const Reciprocal& r, DWORD base) {
+    const uint32_t n = v * 255, t = (n * r.magic) >> 16;
+    const int32_t q = static_cast<int32_t>((t + ((n - t) >> 1)) >> r.shift) - static_cast<int32_t>(base);
+    return static_cast<BYTE>(q < 0 ? 0 : q > 255 ? 255 : q);
+}
+
+#ifdef DIB_HAVE_X86_PATHS
+__attribute__((target("avx2"))) inline __m256i QuotientLanes(__m256i v, __m256i magic, __m128i shift, __m256i base) {
+    const __m256i n = _mm256_sub_epi16(_mm256_slli_epi16(v, 8), v);
+    const __m256i t = _mm256_mulhi_epu16(n, magic);
+    const __m256i q = _mm256_srl_epi16(_mm256_add_epi16(t, _mm256_srli_epi16(_mm256_sub_epi16(n, t), 1)), shift);
+    return _mm256_sub_epi16(q, base);
+}
+
+// Sixteen 16-bit lanes a half, packed back with saturation: about half the
+// instructions of the sixteen-shuffle lookup.
+__attribute__((target("avx2")))
+void QuotientRowsAvx2(const BYTE* table, const Reciprocal& r, DWORD base, BYTE* const* rows, size_t height, size_t n) {
+    const __m256i zero = _mm256_setzero_si256(), magic = _mm256_set1_epi16(static_cast<short>(r.magic));
+    const __m256i b = _mm256_set1_epi16(static_cast<short>(base));
+    const __m128i shift = _mm_cvtsi32_si128(r.shift);
+    for (size_t y = 0; y < height; ++y) {
+        BYTE* row = rows[y];
+        size_t i = 0;
+        for (; i + 32 <= n; i += 32) {
+            const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + i));
+            const __m256i lo = QuotientLanes(_mm256_unpacklo_epi8(v, zero), magic, shift, b);
+            const __m256i hi = QuotientLanes(_mm256_unpackhi_epi8(v, zero), magic, shift, b);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(row + i), _mm256_packus_epi16(lo, hi));
+        }
+        TableRowPortable(table, row + i, n - i);
+    }
+}
+#endif
+
+}  // namespace
+
+extern "C" void DibStretchRows8(const BYTE* table, DWORD range, DWORD base, BYTE* const* rows, size_t height,
+                                size_t n) {
+#ifdef DIB_HAVE_X86_PATHS
+    Reciprocal r;
+    if (!DibCpuHas(DIB_CPU_AVX512) && DibCpuHas(DIB_CPU_AVX2) && MakeReciprocal(range, &r)) {
+        bool same = true;  // the arithmetic is only taken where it gives the table
+        for (DWORD v = 0; v < 256; ++v) same &= QuotientLane(v, r, base) == table[v];
+        if (same) {
+            QuotientRowsAvx2(table, r, base, rows, height, n);
+            return;
+        }
+    }
+#else
+    (void)range;
+    (void)base;
+#endif
+    DibTableRows8(table, rows, height, n);
+}
+
 /* ---- mapping a bitmap through a table of new values ---------------------- */
 
 namespace {
