@@ -138,45 +138,48 @@ DIB_INLINE void SortColumns(const BYTE* __restrict a, const BYTE* __restrict b, 
 }
 
 // Ranks 0 and 8 are the window's minimum and maximum, which separate: the
-// extreme of each column of three, then of three neighbouring columns. Two
-// output rows share the extreme of their two common rows, so the kernel
-// takes four rows (a to d) and writes the rows centred on b and c.
+// extreme of each column of three, then of three neighbouring columns. The
+// column extremes of two rows, centred on b and c, share that of b and c.
 template <size_t B, bool Maximum>
-DIB_INLINE void ExtremeStrip(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
-                             const BYTE* __restrict d, BYTE* __restrict colB, BYTE* __restrict colC,
-                             BYTE* __restrict outB, BYTE* __restrict outC, size_t n) {
+DIB_INLINE void ExtremeColumnsOf(const BYTE* __restrict a, const BYTE* __restrict b, const BYTE* __restrict c,
+                                 const BYTE* __restrict d, BYTE* __restrict colB, BYTE* __restrict colC, size_t n) {
     auto pick = [](BYTE x, BYTE y) __attribute__((always_inline)) { return Maximum ? Hi(x, y) : Lo(x, y); };
-    ForEach<B>(n + 2, DIB_EACH {
+    ForEach<B>(n, DIB_EACH {
         BYTE m = pick(b[i], c[i]);
         colB[i] = pick(a[i], m);
         colC[i] = pick(m, d[i]);
     });
-    ForEach<B>(n, DIB_EACH {
-        outB[i] = pick(pick(colB[i], colB[i + 1]), colB[i + 2]);
-        outC[i] = pick(pick(colC[i], colC[i + 1]), colC[i + 2]);
-    });
 }
 
-// One output row (outC null) or two, in strips.
+template <size_t B, bool Maximum>
+DIB_INLINE void ExtremeAcrossOf(const BYTE* __restrict col, BYTE* __restrict out, size_t n) {
+    auto pick = [](BYTE x, BYTE y) __attribute__((always_inline)) { return Maximum ? Hi(x, y) : Lo(x, y); };
+    ForEach<B>(n, DIB_EACH { out[i] = pick(pick(col[i], col[i + 1]), col[i + 2]); });
+}
+
 template <size_t B>
-DIB_INLINE void ExtremeRows(const BYTE* a, const BYTE* b, const BYTE* c, const BYTE* d, BYTE* outB, BYTE* outC,
-                            size_t n, bool maximum) {
-    alignas(64) BYTE colB[DIB_RANK_STRIP + 2], colC[DIB_RANK_STRIP + 2], spare[DIB_RANK_STRIP];
-    for (size_t x = 0; x < n; x += DIB_RANK_STRIP) {
-        const size_t k = n - x < DIB_RANK_STRIP ? n - x : DIB_RANK_STRIP;
-        // A single row runs as the pair (a, b, c, c): its partner is thrown away.
-        const BYTE* dd = outC ? d + x : c + x;
-        BYTE* oc = outC ? outC + x : spare;
-        if (maximum) ExtremeStrip<B, true>(a + x, b + x, c + x, dd, colB, colC, outB + x, oc, k);
-        else ExtremeStrip<B, false>(a + x, b + x, c + x, dd, colB, colC, outB + x, oc, k);
-    }
+DIB_INLINE void ExtremeColumns(const BYTE* a, const BYTE* b, const BYTE* c, const BYTE* d, BYTE* colB, BYTE* colC,
+                               size_t n, bool maximum) {
+    if (maximum) ExtremeColumnsOf<B, true>(a, b, c, d, colB, colC, n);
+    else ExtremeColumnsOf<B, false>(a, b, c, d, colB, colC, n);
+}
+
+template <size_t B>
+DIB_INLINE void ExtremeAcross(const BYTE* col, BYTE* out, size_t n, bool maximum) {
+    if (maximum) ExtremeAcrossOf<B, true>(col, out, n);
+    else ExtremeAcrossOf<B, false>(col, out, n);
 }
 
 template <size_t B>
 DIB_INLINE void RankRow(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out, size_t n,
                         DWORD rank) {
     if (rank == 0 || rank >= DIB_RANK_MAX) {
-        ExtremeRows<B>(above, middle, below, nullptr, out, nullptr, n, rank != 0);
+        alignas(64) BYTE col[DIB_RANK_STRIP + 2], spare[DIB_RANK_STRIP + 2];
+        for (size_t x = 0; x < n; x += DIB_RANK_STRIP) {
+            const size_t k = n - x < DIB_RANK_STRIP ? n - x : DIB_RANK_STRIP;
+            ExtremeColumns<B>(above + x, middle + x, below + x, below + x, col, spare, k + 2, rank != 0);
+            ExtremeAcross<B>(col, out + x, k, rank != 0);
+        }
         return;
     }
     alignas(64) BYTE L[DIB_RANK_STRIP + 2], M[DIB_RANK_STRIP + 2], H[DIB_RANK_STRIP + 2];
@@ -231,17 +234,20 @@ DIB_INLINE void DespeckleRow(const BYTE* above, const BYTE* middle, const BYTE* 
 
 DIB_KERNEL_WAYS(RankRowWay, RankRow, (const BYTE* a, const BYTE* b, const BYTE* c, BYTE* out, size_t n, DWORD rank),
                 (a, b, c, out, n, rank))
-DIB_KERNEL_WAYS(ExtremeRowsWay, ExtremeRows,
-                (const BYTE* a, const BYTE* b, const BYTE* c, const BYTE* d, BYTE* o1, BYTE* o2, size_t n,
+DIB_KERNEL_WAYS(ExtremeColumnsWay, ExtremeColumns,
+                (const BYTE* a, const BYTE* b, const BYTE* c, const BYTE* d, BYTE* colB, BYTE* colC, size_t n,
                  bool maximum),
-                (a, b, c, d, o1, o2, n, maximum))
+                (a, b, c, d, colB, colC, n, maximum))
+DIB_KERNEL_WAYS(ExtremeAcrossWay, ExtremeAcross, (const BYTE* col, BYTE* out, size_t n, bool maximum),
+                (col, out, n, maximum))
 DIB_KERNEL_WAYS(DespeckleRowWay, DespeckleRow,
                 (const BYTE* a, const BYTE* b, const BYTE* c, BYTE* out, size_t n, BYTE background,
                  BYTE threshold),
                 (a, b, c, out, n, background, threshold))
 
 using RankRowFn = void (*)(const BYTE*, const BYTE*, const BYTE*, BYTE*, size_t, DWORD);
-using ExtremeRowsFn = void (*)(const BYTE*, const BYTE*, const BYTE*, const BYTE*, BYTE*, BYTE*, size_t, bool);
+using ExtremeColumnsFn = void (*)(const BYTE*, const BYTE*, const BYTE*, const BYTE*, BYTE*, BYTE*, size_t, bool);
+using ExtremeAcrossFn = void (*)(const BYTE*, BYTE*, size_t, bool);
 using DespeckleRowFn = void (*)(const BYTE*, const BYTE*, const BYTE*, BYTE*, size_t, BYTE, BYTE);
 
 extern "C" void DibRankRow8(const BYTE* above, const BYTE* middle, const BYTE* below, BYTE* out, size_t n,
@@ -345,6 +351,8 @@ public:
     }
     // Row k of the memory order as it was, once copied and while a pass may read it.
     BYTE* Row(LONG k) const { return InMemoryOrder(copy_, height_, k % ring_); }
+    // The copy's rows, for a pass that needs none of them as copies.
+    BYTE* const* Scratch() const { return copy_->ppRow; }
 
 private:
     HDIB target_, copy_;
@@ -352,6 +360,36 @@ private:
     LONG height_, ring_;
     LONG filled_ = 0;
 };
+
+// The minimum or maximum needs no copy of the rows: the column extremes of
+// a row are taken while the rows above and below it are still as they were,
+// and the row is written only after the column extremes of the next row,
+// which read it, are known. Rows go in pairs sharing the extreme of their
+// two middle rows; three rows of the working copy hold the column extremes.
+void ExtremeInPlace(HDIB target, BYTE* const* scratch, LONG width, LONG height, bool maximum) {
+    const ExtremeColumnsFn columns = DIB_PICK(ExtremeColumnsWay);
+    const ExtremeAcrossFn across = DIB_PICK(ExtremeAcrossWay);
+    const size_t all = static_cast<size_t>(width), n = all - 2;
+    auto row = [target, height](LONG k) { return InMemoryOrder(target, height, k); };
+    BYTE *now = scratch[0], *next = scratch[1], *after = scratch[2];
+    columns(row(0), row(1), row(2), row(2), now, next, all, maximum);  // next: unused
+    LONG k = 1;
+    for (; k + 2 <= height - 2; k += 2) {
+        columns(row(k), row(k + 1), row(k + 2), row(k + 3), next, after, all, maximum);
+        across(now, row(k) + 1, n, maximum);
+        across(next, row(k + 1) + 1, n, maximum);
+        BYTE* t = now;
+        now = after;
+        after = t;
+    }
+    if (k + 1 == height - 2) {  // two rows left
+        columns(row(k), row(k + 1), row(k + 2), row(k + 2), next, after, all, maximum);
+        across(now, row(k) + 1, n, maximum);
+        across(next, row(k + 1) + 1, n, maximum);
+    } else if (k == height - 2) {
+        across(now, row(k) + 1, n, maximum);
+    }
+}
 
 // Runs the kernel over the interior of a bitmap of at least 3x3, reading
 // from the working copy's rows (filled on the way) and writing into target. Every written
@@ -368,15 +406,11 @@ void FilterInterior(HDIB target, RowFiller& fill, DWORD bitcount, LONG width, LO
     };
     auto src = [&fill](LONG k) { return fill.Row(k); };
     auto dst = [target, height](LONG k) { return InMemoryOrder(target, height, k); };
-    LONG y = 1;
     if (bitcount == 8 && w.kind == Window::Rank && (w.rank == 0 || w.rank >= DIB_RANK_MAX)) {
-        const ExtremeRowsFn extremeRows = DIB_PICK(ExtremeRowsWay);
-        for (; y + 1 < height - 1; y += 2) {
-            fill.Through(y + 2);
-            extremeRows(src(y - 1), src(y), src(y + 1), src(y + 2), dst(y) + 1, dst(y + 1) + 1, n, w.rank != 0);
-        }
+        ExtremeInPlace(target, fill.Scratch(), width, height, w.rank != 0);
+        return;
     }
-    for (; y < height - 1; ++y) {
+    for (LONG y = 1; y < height - 1; ++y) {
         fill.Through(y + 1);
         const BYTE* a = src(y - 1);
         const BYTE* b = src(y);
