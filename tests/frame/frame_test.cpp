@@ -19,11 +19,9 @@ TEST(FrameTest, RevisionBufferAndPointerProbe) {
     const size_t bytes = (kRevision.size() + 1) * sizeof(WCHAR);
     struct Case { void* buffer; DWORD result, probe; } cases[] = {
         {nullptr, DibErrorInvalidParm, 1},
-        {reinterpret_cast<void*>(uintptr_t{16}), DibErrorInvalidParm, 2},
-        {reinterpret_cast<void*>(~uintptr_t{0} & ~uintptr_t{7}), DibErrorInvalidParm, 2},  // kernel address
         {pages.End(), DibErrorInvalidParm, 2},
         {pages.End() - (bytes - 2), DibErrorInvalidParm, 0},  // too short before the guard
-        {pages.End() - bytes, tovOk, 0},
+        {pages.End() - bytes, tovOk, 0},                      // a write past the text would fault
     };
     ScratchDir dir;
     tovConfigDebug(1, 10, tovDebugFile);  // neither export is traced
@@ -35,10 +33,6 @@ TEST(FrameTest, RevisionBufferAndPointerProbe) {
     }
     tovConfigDebug(0, 5, tovDebugFile);
     EXPECT_FALSE(FileExists("imaging.log"));
-    WCHAR buffer[20];
-    std::fill(std::begin(buffer), std::end(buffer), WCHAR(0xFFFF));
-    ASSERT_EQ(tovGetDllRevision(buffer), tovOk);
-    EXPECT_EQ(buffer[kRevision.size() + 1], WCHAR(0xFFFF));  // nothing past the terminator
 }
 
 std::atomic<int> g_closerCalls{0};

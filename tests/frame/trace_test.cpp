@@ -48,7 +48,6 @@ TEST_F(TraceTest, GoldenLinesCarryTheirStampsToEverySinkInOrder) {
     DebugTrace(5, u"%s=%.2f %hs\r\n", u"gamma", 1.5, "narrow");
     DebugTrace(9, u"no line ending");
     DebugTrace(9, u"\n");
-    DebugMemoryStatus(11);  // above the level: nothing
     DebugMemoryStatus(9);
     std::string memory = kDate + "Memory Status:\n";
     for (const char* name : {"dwMemoryLoad", "dwTotalPageFile", "dwAvailPageFile", "dwTotalPhys", "dwAvailPhys",
@@ -111,7 +110,6 @@ TEST_F(TraceTest, SettingsDecideWhatReachesTheSinks) {
     }
     // The console alone: no file.
     tovConfigDebug(1, 5, tovDebugConsole);
-    std::remove("imaging.log");
     CaptureStdout();
     DebugError(u"console only\r\n");
     EXPECT_TRUE(Matches(GetCapturedStdout(), kTime + "console only\r\n"));
@@ -139,12 +137,6 @@ TEST_F(TraceTest, LongLinesAreCutAndKeepTheirEnding) {
         ASSERT_EQ(text.size(), kDateChars + want.size()) << c.want.size();
         EXPECT_TRUE(text.compare(kDateChars, std::string::npos, want) == 0);  // no kilobyte of letters on failure
     }
-    // A text longer than the line buffer through the format itself.
-    std::remove("imaging.log");
-    DebugError(u"%s\r\n", std::u16string(3000, u'b').c_str());
-    const std::string text = LogText();
-    EXPECT_EQ(text.size(), 1023u);
-    EXPECT_EQ(text.substr(text.size() - 3), "b\r\n");
 }
 
 TEST_F(TraceTest, FileSinkAppendsToTheLog) {
@@ -165,10 +157,8 @@ TEST_F(TraceTest, FileSinkAppendsToTheLog) {
 
 TEST(TraceDeathTest, AssertionsEndTheProcess) {
     tovConfigDebug(0, 5, 0);  // whatever the trace settings
-    EXPECT_EXIT(DebugAssert(u"dib_geometry.cpp", 42, u"scalefactor!=0"), ::testing::ExitedWithCode(3),
-                "Assertion Error.*Condition: scalefactor!=0 failed\\.  dib_geometry\\.cpp line 42");
     EXPECT_EXIT(DIB_ASSERT(1 + 1 == 3), ::testing::ExitedWithCode(3),
-                "Condition: 1 \\+ 1 == 3 failed\\.  .*trace_test\\.cpp line [0-9]+");
+                "Assertion Error.*Condition: 1 \\+ 1 == 3 failed\\.  .*trace_test\\.cpp line [0-9]+");
     EXPECT_EXIT(ASSERT(sizeof(int) == 1), ::testing::KilledBySignal(SIGTRAP),
                 "ASSERT failed in file .*trace_test\\.cpp at line [0-9]+ \r\n");
     DIB_ASSERT(1 + 1 == 2);

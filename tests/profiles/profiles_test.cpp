@@ -60,8 +60,7 @@ struct Session {
     explicit Session(const WCHAR* file = nullptr, const WCHAR* name = u"") {
         EXPECT_EQ(file ? ProfileOpenSession(file, name) : 0u, 0u);
     }
-    ~Session() { Close(); }
-    static void Close() {
+    ~Session() {
         ProfileCloseSession();
         TovLockGuard lock;
         ClearChain();
@@ -262,7 +261,6 @@ TEST(Manage, ListSaveAndDeleteKeepTheFileOnRefusal) {
 TEST(Manage, ChainEditsReachTableAndDocument) {
     ScratchDir dir;
     WriteBytes("p.zpf", kFile);
-    EXPECT_EQ(tovAddProfilePF(0, 11), 0u);  // no profile open
     Session open(u"p.zpf");
     EXPECT_EQ(Chain(), (std::vector<DWORD>{11, 14, 1}));
     EXPECT_EQ(Codes({tovAddProfilePF(1, 7), tovAddProfilePF(9, 12), tovAddProfilePF(0, 15)}), "1 5 0");  // first; past the end: last
@@ -285,13 +283,11 @@ TEST(Manage, ChainEditsReachTableAndDocument) {
     EXPECT_EQ(StoreBytes(picture), StoreBytes(want));
     EXPECT_EQ(StoreBytes(other), StoreBytes(want));
     ASSERT_EQ(tovSaveProfile(u"p.zpf", u"Edited", 0), 0u);
-    Session::Close();
     ASSERT_EQ(ProfileOpenSession(u"p.zpf", u"Edited"), 0u);
     EXPECT_EQ(Chain(), (std::vector<DWORD>{7, 14, 1, 12}));
     EXPECT_EQ(Parm(2, 2), "255");
     // A full chain takes no more; one more fits after a delete.
     WriteChain(Inverts(64), "full.zpf");
-    Session::Close();
     ASSERT_EQ(ProfileOpenSession(u"full.zpf", u""), 0u);
     EXPECT_EQ(Codes({tovAddProfilePF(0, 1), tovDeleteProfilePF(64), tovGetProfilePFID(64), tovAddProfilePF(1, 1), tovGetProfilePFID(64)}),
               "0 0 0 1 11");

@@ -46,17 +46,16 @@ TEST(Replay, EveryCaseLoadsOrFailsCleanly) {
     const struct { const char *folder, *name; HDIB (*load)(const WCHAR*); } loaders[] = {
         {"bmp", "case.bmp", tovLoadBMP}, {"png", "case.png", tovLoadPNG}, {"jpeg", "case.jpg", tovLoadJPG},
         {"profile", "case.zpf", OpenProfileAndRun}};
+    const std::string fuzzcases = std::filesystem::path(__FILE__).parent_path().parent_path() / "fuzzcases";
     ScratchDir dir;
     for (const auto& l : loaders) {
-        const auto folder = std::filesystem::path(__FILE__).parent_path().parent_path() / "fuzzcases" / l.folder;
-        int count = 0;
-        for (const auto& c : std::filesystem::directory_iterator(folder)) {
-            SCOPED_TRACE(c.path().string());
-            WriteBytes(l.name, ReadFileBytes(c.path().string()));
+        const std::vector<std::string> cases = FilesIn(fuzzcases + "/" + l.folder, "");
+        EXPECT_FALSE(cases.empty()) << l.folder;
+        for (const std::string& c : cases) {
+            SCOPED_TRACE(c);
+            WriteBytes(l.name, ReadFileBytes(c));
             LoadAndReadThrough(l.load, W(l.name));
             ForEachAllocationFailure([&](long) { LoadAndReadThrough(l.load, W(l.name)); });
-            ++count;
         }
-        EXPECT_GT(count, 0) << l.folder;
     }
 }
