@@ -10,13 +10,6 @@
 
 using namespace tovtest;
 
-namespace {
-
-HDIB Load(const std::string& path) { return DibBMPLoad(W(path).c_str()); }
-DWORD Save(const std::string& path, HDIB h) { return DibBMPSave(W(path).c_str(), h); }
-
-}  // namespace
-
 TEST(DibBmp, RoundTripsGiveEqualBitmapsAndEqualFiles) {
     ScratchDir dir;
     LeakGuard guard;
@@ -37,7 +30,7 @@ TEST(DibBmp, RoundTripsGiveEqualBitmapsAndEqualFiles) {
             EXPECT_EQ(ReadFileBytes("second.bmp"), first);
         }
     // The smallest file, byte for byte.
-    ASSERT_EQ(Save("one.bmp", Dib(tovCreateHDIBExt(8, 1, 255, 1))), 0u);
+    ASSERT_EQ(DibBMPSave(u"one.bmp", Dib(tovCreateHDIBExt(8, 1, 255, 1))), 0u);
     const char expected[] = "BM\x42\0\0\0\0\0\0\0\x3e\0\0\0\x28\0\0\0\x08\0\0\0\x01\0\0\0\x01\0\x01\0\0\0\0\0\0\0"
                             "\0\0\0\0\0\0\0\0\0\0\x02\0\0\0\0\0\0\0\0\0\0\0\xff\xff\xff\0\xff\0\0\0";
     EXPECT_EQ(ReadFileBytes("one.bmp"), std::string(expected, sizeof expected - 1));
@@ -49,18 +42,18 @@ TEST(DibBmp, ForeignBiSizeImageIsKeptAndNeverOverrun) {
     ScratchDir dir;
     LeakGuard guard;
     Dib h(MakePatterned(9, 3, 8));
-    ASSERT_EQ(Save("plain.bmp", h), 0u);
+    ASSERT_EQ(DibBMPSave(u"plain.bmp", h), 0u);
     std::string bytes = ReadFileBytes("plain.bmp");
     const uint32_t rows = 3 * 12;
     PutLE(bytes, 34, rows + 8);
     bytes += std::string(8, '\x5A');
     PutLE(bytes, 2, uint32_t(bytes.size()));
     WriteBytes("padded.bmp", bytes);
-    Dib back(Load("padded.bmp"));
+    Dib back(DibBMPLoad(u"padded.bmp"));
     ASSERT_NE(back.h, nullptr);
     EXPECT_EQ(DibBitsSize(back), rows + 8);
     EXPECT_EQ(StoreBytes(back), StoreBytes(h));
-    ASSERT_EQ(Save("again.bmp", back), 0u);
+    ASSERT_EQ(DibBMPSave(u"again.bmp", back), 0u);
     EXPECT_EQ(ReadFileBytes("again.bmp"), bytes);
     Dib copy(DibCreateCopy(back));
     EXPECT_EQ(DibBitsSize(copy), rows + 8);
@@ -69,7 +62,7 @@ TEST(DibBmp, ForeignBiSizeImageIsKeptAndNeverOverrun) {
 
 TEST(DibBmp, MalformedFilesGiveNullWithoutLeaks) {
     ScratchDir dir;
-    ASSERT_EQ(Save("good.bmp", Dib(MakePatterned(9, 4, 8))), 0u);
+    ASSERT_EQ(DibBMPSave(u"good.bmp", Dib(MakePatterned(9, 4, 8))), 0u);
     const std::string good = ReadFileBytes("good.bmp");
     const uint32_t off = 54 + 1024, size = uint32_t(good.size());
     struct Field { size_t at, size; uint32_t value; };
@@ -144,7 +137,7 @@ TEST(DibBmp, PublicSuite) {
             const std::string base = BaseName(path), name = std::string(group) + "/" + base.substr(0, base.size() - 4);
             SCOPED_TRACE(name);
             LeakGuard guard;
-            Dib h(Load(path));
+            Dib h(DibBMPLoad(W(path).c_str()));
             if (!loads.count(name)) {
                 EXPECT_EQ(h.h, nullptr);
                 ++refused;

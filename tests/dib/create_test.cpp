@@ -8,14 +8,6 @@ using namespace tovtest;
 
 namespace {
 
-::testing::AssertionResult AllPixels(HDIB h, DWORD value) {
-    for (LONG y = 0; y < DibHeight(h); ++y)
-        for (LONG x = 0; x < DibWidth(h); ++x)
-            if (StorePixel(h, x, y) != value)
-                return ::testing::AssertionFailure() << "pixel " << x << "," << y << " is " << StorePixel(h, x, y);
-    return ::testing::AssertionSuccess();
-}
-
 ::testing::AssertionResult GreyTable(HDIB h, DWORD bits) {
     if (DibBitCount(h) != bits || DibNumColors(h) != 1u << bits) return ::testing::AssertionFailure() << "depth";
     const DWORD step = bits == 1 ? 255 : bits == 4 ? 17 : 1;
@@ -43,13 +35,13 @@ TEST(DibCreate, CreateClearAndRecreate) {
             Dib h(tovCreateHDIBExt(width, 3, c.clear, c.bits));
             ASSERT_NE(h.h, nullptr);
             EXPECT_TRUE(GreyTable(h, c.bits));
-            EXPECT_TRUE(AllPixels(h, c.pixel));
+            EXPECT_EQ(Pixels(h), std::vector<DWORD>(size_t(width) * 3, c.pixel));
             // Re-creation keeps the handle and makes the same grey bitmap.
             ASSERT_EQ(tovRecreateHDIBExt(again, width, 5, c.clear, c.bits), 0u);
             EXPECT_EQ(DibWidth(again), width);
             EXPECT_EQ(DibHeight(again), 5);
             EXPECT_TRUE(GreyTable(again, c.bits));
-            EXPECT_TRUE(AllPixels(again, c.pixel));
+            EXPECT_EQ(Pixels(again), std::vector<DWORD>(size_t(width) * 5, c.pixel));
             for (LONG y = 0; y < 5; ++y) EXPECT_EQ(again.h->ppRow[y], again.h->pBits + (4 - y) * Stride(width, c.bits));
         }
 }
@@ -65,7 +57,7 @@ TEST(DibCreate, RefusedArguments) {
     EXPECT_EQ(tovClear(h, 256), DWORD(DibErrorInvalidParm));
     EXPECT_EQ(tovConvert(h, 2), DWORD(DibErrorInvalidParm));
     EXPECT_EQ(tovConvert(h, 8), 0u);  // same depth: nothing happens
-    EXPECT_TRUE(AllPixels(h, 9));
+    EXPECT_EQ(Pixels(h), std::vector<DWORD>(16, 9));
 }
 
 TEST(DibCreate, ConversionTables) {

@@ -1,5 +1,5 @@
-// The record: row lengths, creation from info blocks, and every export of
-// the bitmap core on handles that are not records.
+// The record: resizing, creation from info blocks with their row lengths, and
+// every export of the bitmap core on handles that are not records.
 #include "dibimages.h"
 
 #include <cstring>
@@ -21,18 +21,9 @@ struct InfoBlock {
 
 }  // namespace
 
-// Row lengths of wide rows and of depths above 8 bits, made from info blocks
-// (the sizes of grey bitmaps are with the copies in the creation tests).
-TEST(DibRecord, RowLengthsAndResizing) {
+// Resizing keeps the depth and the colours; a side of 0 is refused.
+TEST(DibRecord, ResizingKeepsDepthAndColours) {
     LeakGuard guard;
-    struct Case { LONG width; WORD bits; LONG expected; } rows[] = {{640, 8, 640}, {641, 8, 644}, {3, 24, 12}, {65536, 32, 262144}};
-    for (const Case& c : rows) {
-        InfoBlock block(c.width, 1, c.bits, c.bits > 8 ? 2 : 0);
-        Dib h(DibCreateFromBitmapInfo(block.info()));
-        ASSERT_NE(h.h, nullptr) << c.width;
-        EXPECT_EQ(DibRowLength(h), c.expected) << c.width << "x" << c.bits;
-    }
-    // Resizing keeps the depth and the colours.
     Dib h(MakePatterned(7, 3, 4));
     h.h->pbmiColors[3].rgbGreen = 99;
     EXPECT_EQ(DibResize(h, 33, 9), 0u);
@@ -42,14 +33,15 @@ TEST(DibRecord, RowLengthsAndResizing) {
     EXPECT_EQ(DibResize(h, 0, 9), DWORD(DibErrorUnknown));
 }
 
-// Info blocks that make a record (with its colour count) and those refused
-// (colours 0), by creation and by re-creation; a re-creation refused for
-// its header has changed nothing.
+// Info blocks that make a record (with its colour count and row length: wide
+// rows and depths above 8 bits too) and those refused (colours 0), by creation
+// and by re-creation; a re-creation refused for its header has changed nothing.
 TEST(DibRecord, InfoBlocksMadeAndRefused) {
     LeakGuard guard;
     struct Case { LONG width, height; WORD bits; DWORD clrUsed, size, colours; } cases[] = {
         {5, 4, 8, 0, 40, 256}, {5, 4, 4, 0, 40, 16}, {5, 4, 1, 0, 40, 2}, {5, 4, 8, 5, 40, 5}, {5, 4, 1, 1, 40, 1},
-        {5, 4, 24, 2, 40, 2}, {5, 4, 16, 256, 40, 256},
+        {5, 4, 24, 2, 40, 2}, {5, 4, 16, 256, 40, 256}, {640, 1, 8, 0, 40, 256}, {641, 1, 8, 0, 40, 256},
+        {3, 1, 24, 2, 40, 2}, {65536, 1, 32, 2, 40, 2},
         // refused: zero sides or depth, 24 bits without colours, negative or
         // too wide sides, a store too large, more colours than the depth or
         // than kept, 2 bits, other header sizes
@@ -70,6 +62,7 @@ TEST(DibRecord, InfoBlocksMadeAndRefused) {
         if (c.colours) {
             ASSERT_NE(made.h, nullptr);
             EXPECT_EQ(DibNumColors(made), c.colours);
+            EXPECT_EQ(DibRowLength(made), Stride(c.width, c.bits));
             EXPECT_EQ(made.h->ds.dsBmih.biClrUsed, c.colours);  // completed in the record
             EXPECT_EQ(std::memcmp(made.h->pbmiColors, reference.bytes + 40, c.colours * 4), 0);
             EXPECT_EQ(r, 0u);

@@ -6,15 +6,8 @@ using namespace ovl;
 
 namespace {
 
-HDIB Gradient(LONG w, LONG h) {
-    HDIB p = tovCreateHDIBExt(w, h, 0, 8);
-    for (LONG y = 0; y < h; ++y)
-        for (LONG x = 0; x < w; ++x) StoreSetPixel(p, x, y, DWORD((x * 16 + y) & 255));
-    return p;
-}
-
 TEST(DisplayImage, DrawsScaledFittedAndCentredAndChecksItsArguments) {
-    Dib pic(Gradient(10, 8));
+    Dib pic(MakePatterned(10, 8, 8));
     Screen s(40, 30, 0x00FF00FFu);  // magenta is no grey: every drawn pixel shows
     RECT r{0, 0, 40, 30};
     for (BOOL fit : {FALSE, TRUE}) {

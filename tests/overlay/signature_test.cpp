@@ -7,12 +7,10 @@ using namespace ovl;
 
 namespace {
 
-struct Buffer : Screen {
-    Buffer(LONG width, LONG height) : Screen(width, height, 0x00FFFFFFu) {}
-};
+constexpr uint32_t kWhite = 0x00FFFFFFu;
 
 TEST(SigDraw, ArgumentsEmptyRecordsAndLongStrokes) {
-    Buffer b(20, 20);
+    Screen b(20, 20, kWhite);
     auto rec = Record(20, 20, {{{1, 1}, {5, 5}}}), none = Record(20, 20, {});
     EXPECT_EQ(tovSigDraw(nullptr, rec.data(), 0, 1), 7u);
     EXPECT_EQ(tovSigDraw(b.dc, nullptr, 0, 1), 7u);
@@ -24,7 +22,7 @@ TEST(SigDraw, ArgumentsEmptyRecordsAndLongStrokes) {
     EXPECT_EQ(tovSigDraw(b.dc, rec.data(), RGB(0, 0, 255), -1), 0u);  // a negative width draws too
     EXPECT_EQ(b.At(3, 3), 0x000000FFu);
     // A stroke longer than the drawing code's chunk is drawn without a gap.
-    Buffer wide(1800, 3);
+    Screen wide(1800, 3, kWhite);
     std::vector<POINT> stroke;
     for (LONG i = 0; i < 600; ++i) stroke.push_back({3 * i, 1});
     ASSERT_EQ(tovSigDraw(wide.dc, Record(1800, 3, {stroke}).data(), 0, 1), 0u);
@@ -45,7 +43,7 @@ TEST(SigDraw, RecordsThatEndEarlyOrSitAtOddAddresses) {
     for (size_t shift : {size_t(0), size_t(1), size_t(3)}) {
         BYTE* at = end - bytes - shift;
         std::memcpy(at, rec.data(), bytes);
-        Buffer b(30, 30), c(30, 30);
+        Screen b(30, 30, kWhite), c(30, 30, kWhite);
         EXPECT_EQ(tovSigDraw(b.dc, at, 0, 1), 0u);
         EXPECT_EQ(b.InkCount(), 19 * 2) << shift;
         std::memcpy(end - 12, rec.data(), 12);  // the header alone at the page end, its strokes unreadable

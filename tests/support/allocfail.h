@@ -11,18 +11,15 @@ namespace tovtest {
 
 template <class Setup, class Run, class Check>
 long ForEachFailureAfterSetup(Setup setup, Run run, Check check) {
-    for (long n = 1;; ++n) {
+    return ForEachAllocationSite([&](long n) {
         SCOPED_TRACE(testing::Message() << "failing allocation " << n);
         LeakGuard guard;
         auto input = setup();
-        const long before = PlatAllocationCount();
-        PlatFailAllocation(n);
-        auto result = run(input);
-        PlatFailAllocation(0);
-        const bool reached = PlatAllocationCount() - before >= n;
+        bool reached = false;
+        auto result = WithAllocationFailure(n, &reached, [&] { return run(input); });
         check(input, result, reached);
-        if (!reached) return n - 1;
-    }
+        return reached;
+    });
 }
 
 }  // namespace tovtest

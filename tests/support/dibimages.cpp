@@ -40,6 +40,13 @@ std::vector<BYTE> StoreBytes(HDIB h) {
     return std::vector<BYTE>(h->pBits, h->pBits + n);
 }
 
+std::vector<DWORD> Pixels(HDIB h) {
+    std::vector<DWORD> out;
+    for (LONG y = 0; y < DibHeight(h); ++y)
+        for (LONG x = 0; x < DibWidth(h); ++x) out.push_back(StorePixel(h, x, y));
+    return out;
+}
+
 DWORD Pattern(LONG x, LONG y, DWORD bits, DWORD seed) {
     uint32_t v = uint32_t(x) * 2654435761u ^ (uint32_t(y) + seed) * 40503u;
     v ^= v >> 13;

@@ -27,6 +27,8 @@ DWORD StorePixel(HDIB h, LONG x, LONG y);
 void StoreSetPixel(HDIB h, LONG x, LONG y, DWORD v);
 // The whole store, row padding included.
 std::vector<BYTE> StoreBytes(HDIB h);
+// The pixels in picture order, row 0 first.
+std::vector<DWORD> Pixels(HDIB h);
 
 // Deterministic pixel value of (x, y) within the range of a depth.
 DWORD Pattern(LONG x, LONG y, DWORD bits, DWORD seed = 0);
@@ -38,7 +40,6 @@ HDIB MakeRandom(LONG width, LONG height, DWORD bits, uint32_t seed);
 // Unloads its bitmap at scope end.
 struct Dib {
     HDIB h = nullptr;
-    Dib() = default;
     explicit Dib(HDIB handle) : h(handle) {}
     ~Dib() {
         if (h) DibUnload(h);

@@ -17,17 +17,9 @@ namespace ovl {
 
 using namespace tovtest;
 
-inline std::vector<DWORD> Pixels(HDIB h) {
-    std::vector<DWORD> out;
-    for (LONG y = 0; y < DibHeight(h); ++y)
-        for (LONG x = 0; x < DibWidth(h); ++x) out.push_back(StorePixel(h, x, y));
-    return out;
-}
-
 // Overlay settings of a black text on white at a height.
 inline TextOverlaySettings Settings(LONG height, DWORD alignment) {
-    TextOverlaySettings s;
-    std::memset(&s, 0, sizeof s);
+    TextOverlaySettings s{};
     s.BackColor = 255;
     s.Height = height;
     s.Alignment = alignment;
