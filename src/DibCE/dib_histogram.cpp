@@ -452,10 +452,8 @@ DWORD Stretch(HDIB hdib, LONG low, LONG high, DWORD mode, bool fixed) {
     }
     BYTE table[256];
     StretchTable(black, white, table);
-    const DWORD range = white - black;
     if (width > 0 && height > 0)
-        DibStretchRows8(table, range, range ? black * 255 / range : 0, hdib->ppRow, static_cast<size_t>(height),
-                        static_cast<size_t>(width));
+        DibStretchRows8(table, black, white, hdib->ppRow, static_cast<size_t>(height), static_cast<size_t>(width));
     LocalFree(histogram);
     if (white == black) DebugTrace(DIB_LEVEL_FRAME, u"   !range==0\r\n");
     DebugTrace(DIB_LEVEL_FRAME, u"<DibHistogramStretch()=DibOk\r\n");

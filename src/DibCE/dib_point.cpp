@@ -197,11 +197,13 @@ void QuotientRowsAvx2(const BYTE* table, const Reciprocal& r, DWORD base, BYTE* 
 
 }  // namespace
 
-extern "C" void DibStretchRows8(const BYTE* table, DWORD range, DWORD base, BYTE* const* rows, size_t height,
+extern "C" void DibStretchRows8(const BYTE* table, DWORD black, DWORD white, BYTE* const* rows, size_t height,
                                 size_t n) {
 #ifdef DIB_HAVE_X86_PATHS
     Reciprocal r;
+    const DWORD range = white - black;
     if (!DibCpuHas(DIB_CPU_AVX512) && DibCpuHas(DIB_CPU_AVX2) && MakeReciprocal(range, &r)) {
+        const DWORD base = black * 255 / range;
         bool same = true;  // the arithmetic is only taken where it gives the table
         for (DWORD v = 0; v < 256; ++v) same &= QuotientLane(v, r, base) == table[v];
         if (same) {
@@ -210,8 +212,8 @@ extern "C" void DibStretchRows8(const BYTE* table, DWORD range, DWORD base, BYTE
         }
     }
 #else
-    (void)range;
-    (void)base;
+    (void)black;
+    (void)white;
 #endif
     DibTableRows8(table, rows, height, n);
 }

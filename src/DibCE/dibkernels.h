@@ -51,10 +51,10 @@ void DibTableRow8(const BYTE* table, BYTE* row, size_t n);
 /* The same on each of height rows, the way chosen once. */
 void DibTableRows8(const BYTE* table, BYTE* const* rows, size_t height, size_t n);
 
-/* DibTableRows8 with the stretch's table, min(255, max(0, 255 v / range -
- * base)) for range 1 to 255: where a lookup costs sixteen shuffles the same
- * values come from arithmetic instead (dib_point.cpp). */
-void DibStretchRows8(const BYTE* table, DWORD range, DWORD base, BYTE* const* rows, size_t height, size_t n);
+/* DibTableRows8 with the stretch's table from black to white: where a
+ * lookup costs sixteen shuffles the same values come from arithmetic
+ * instead, 255 v / range less 255 black / range (dib_point.cpp). */
+void DibStretchRows8(const BYTE* table, DWORD black, DWORD white, BYTE* const* rows, size_t height, size_t n);
 
 /* The ways of DibTableRow8, for tests and benchmarks. */
 enum {
