@@ -11,6 +11,8 @@
 #include <math.h>
 #include <string.h>
 
+#include <atomic>
+
 #include "dibkernels.h"
 #include "dibops.h"
 
@@ -143,42 +145,70 @@ extern "C" void DibTableRows8(const BYTE* table, BYTE* const* rows, size_t heigh
 
 namespace {
 
-// floor(n / d) for every 16-bit n by a multiply (Granlund and Montgomery's
-// round-up method): t = high half of n * magic, q = (t + (n - t) / 2) >> shift.
+// floor(255 v / d) for every byte v in one multiply a lane: the high half of
+// (256 v + offset) * magic, shifted right by `shift`. The unpack that widens
+// the pixels puts them in the high byte and the offset in the low one, so the
+// offset costs nothing.
 struct Reciprocal {
     uint16_t magic;
-    int shift;
+    uint8_t offset;
+    uint8_t shift;
 };
+
+DWORD QuotientOf(DWORD v, const Reciprocal& r) { return ((256 * v + r.offset) * r.magic) >> (16 + r.shift); }
+
+// The largest shift whose least sufficient multiplier fits 16 bits, the
+// smallest offset, each candidate checked on all 256 values; every range
+// from 2 to 255 has one with offset 0 or 1.
+bool SearchReciprocal(DWORD d, Reciprocal* r) {
+    for (int shift = 8; shift >= 0; --shift) {
+        for (DWORD offset = 0; offset < 4; ++offset) {
+            uint64_t magic = 0;
+            for (DWORD v = 1; v < 256; ++v) {
+                const uint64_t x = 256 * v + offset, need = static_cast<uint64_t>(255 * v / d) << (16 + shift);
+                if ((need + x - 1) / x > magic) magic = (need + x - 1) / x;
+            }
+            if (magic > 0xFFFF) break;
+            *r = Reciprocal{static_cast<uint16_t>(magic), static_cast<uint8_t>(offset), static_cast<uint8_t>(shift)};
+            bool exact = true;
+            for (DWORD v = 0; v < 256 && exact; ++v) exact = QuotientOf(v, *r) == 255 * v / d;
+            if (exact) return true;
+        }
+    }
+    return false;
+}
+
+// The search costs some microseconds, so each range's answer is kept:
+// magic, offset << 16, shift << 24, and kFound.
+constexpr uint32_t kFound = 1u << 31, kNone = 1u << 30;
+std::atomic<uint32_t> g_reciprocals[256];
 
 bool MakeReciprocal(DWORD d, Reciprocal* r) {
     if (d < 2 || d > 255) return false;  // 255 v / 1 does not fit a signed lane
-    int l = 1;
-    while ((1u << l) < d) ++l;
-    r->magic = static_cast<uint16_t>((uint64_t(1) << 16) * ((uint64_t(1) << l) - d) / d + 1);
-    r->shift = l - 1;
+    uint32_t kept = g_reciprocals[d].load(std::memory_order_relaxed);
+    if (!kept) {
+        kept = SearchReciprocal(d, r) ? kFound | r->magic | static_cast<uint32_t>(r->offset) << 16 |
+                                            static_cast<uint32_t>(r->shift) << 24
+                                      : kNone;
+        g_reciprocals[d].store(kept, std::memory_order_relaxed);
+    }
+    if (!(kept & kFound)) return false;
+    *r = Reciprocal{static_cast<uint16_t>(kept), static_cast<uint8_t>(kept >> 16), static_cast<uint8_t>((kept >> 24) & 0xF)};
     return true;
 }
 
-// One lane as the vector code computes it: 255 v / d, less the base, saturated to a byte.
+// One lane as the vector code computes it: the quotient less the base, saturated to a byte.
 BYTE QuotientLane(DWORD v, const Reciprocal& r, DWORD base) {
-    const uint32_t n = v * 255, t = (n * r.magic) >> 16;
-    const int32_t q = static_cast<int32_t>((t + ((n - t) >> 1)) >> r.shift) - static_cast<int32_t>(base);
+    const int32_t q = static_cast<int32_t>(QuotientOf(v, r)) - static_cast<int32_t>(base);
     return static_cast<BYTE>(q < 0 ? 0 : q > 255 ? 255 : q);
 }
 
 #ifdef DIB_HAVE_X86_PATHS
-__attribute__((target("avx2"))) inline __m256i QuotientLanes(__m256i v, __m256i magic, __m128i shift, __m256i base) {
-    const __m256i n = _mm256_sub_epi16(_mm256_slli_epi16(v, 8), v);
-    const __m256i t = _mm256_mulhi_epu16(n, magic);
-    const __m256i q = _mm256_srl_epi16(_mm256_add_epi16(t, _mm256_srli_epi16(_mm256_sub_epi16(n, t), 1)), shift);
-    return _mm256_sub_epi16(q, base);
-}
-
-// Sixteen 16-bit lanes a half, packed back with saturation: about half the
+// Sixteen 16-bit lanes a half, packed back with saturation: a quarter of the
 // instructions of the sixteen-shuffle lookup.
 __attribute__((target("avx2")))
 void QuotientRowsAvx2(const BYTE* table, const Reciprocal& r, DWORD base, BYTE* const* rows, size_t height, size_t n) {
-    const __m256i zero = _mm256_setzero_si256(), magic = _mm256_set1_epi16(static_cast<short>(r.magic));
+    const __m256i offset = _mm256_set1_epi8(static_cast<char>(r.offset)), magic = _mm256_set1_epi16(static_cast<short>(r.magic));
     const __m256i b = _mm256_set1_epi16(static_cast<short>(base));
     const __m128i shift = _mm_cvtsi32_si128(r.shift);
     for (size_t y = 0; y < height; ++y) {
@@ -186,9 +216,10 @@ void QuotientRowsAvx2(const BYTE* table, const Reciprocal& r, DWORD base, BYTE* 
         size_t i = 0;
         for (; i + 32 <= n; i += 32) {
             const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + i));
-            const __m256i lo = QuotientLanes(_mm256_unpacklo_epi8(v, zero), magic, shift, b);
-            const __m256i hi = QuotientLanes(_mm256_unpackhi_epi8(v, zero), magic, shift, b);
-            _mm256_storeu_si256(reinterpret_cast<__m256i*>(row + i), _mm256_packus_epi16(lo, hi));
+            const __m256i lo = _mm256_srl_epi16(_mm256_mulhi_epu16(_mm256_unpacklo_epi8(offset, v), magic), shift);
+            const __m256i hi = _mm256_srl_epi16(_mm256_mulhi_epu16(_mm256_unpackhi_epi8(offset, v), magic), shift);
+            _mm256_storeu_si256(reinterpret_cast<__m256i*>(row + i),
+                                _mm256_packus_epi16(_mm256_sub_epi16(lo, b), _mm256_sub_epi16(hi, b)));
         }
         TableRowPortable(table, row + i, n - i);
     }
