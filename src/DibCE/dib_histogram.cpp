@@ -14,10 +14,9 @@
  * exactly those running sums. The search functions then return the points
  * the full histogram would give. When the guesses miss, it counts in full.
  *
- * The counts run from the bottom row up: whatever wrote the picture last
- * wrote its bottom rows, the likeliest to be still in the cache, and the
- * stretch's map then starts from the top rows the count read last. On a
- * picture larger than the cache this saves about a fifth of the stretch.
+ * The counts run through the rows from the last to the first, against the
+ * map, so that the map starts on the rows the count read last, still in the
+ * cache. On a picture larger than the cache that saves about a fifth.
  */
 #include <string.h>
 
