@@ -14,9 +14,15 @@
  */
 #include <string.h>
 
+#include "dibkernels.h"
 #include "dibops.h"
 
 #include <tovrel/packedpixel.h>
+
+#if defined(__x86_64__) && defined(__GNUC__)
+#include <immintrin.h>
+#define DIB_HAVE_X86_PATHS 1
+#endif
 
 namespace {
 
@@ -72,14 +78,34 @@ void CopyPixelRun(BYTE* dst, const BYTE* src, int64_t sx, LONG count, int bpp) {
     }
 }
 
+#ifdef DIB_HAVE_X86_PATHS
+// The exchange is bound by stores: a 32-byte store moves twice the bytes of
+// a 16-byte one in the same cycle. Gives how many bytes it exchanged.
+__attribute__((target("avx2"))) size_t SwapBytesAvx2(BYTE* a, BYTE* b, size_t n) {
+    size_t i = 0;
+    for (; i + 32 <= n; i += 32) {
+        const __m256i t = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(a + i));
+        const __m256i u = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(b + i));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(a + i), u);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(b + i), t);
+    }
+    return i;
+}
+#endif
+
 // Rows a and b exchange their first `width` pixels; bits past them stay.
-// Sixteen bytes of each row at a time pass through registers, so each byte
-// is read once and written once.
-void SwapPixelRuns(BYTE* a, BYTE* b, LONG width, int bpp) {
+// Sixteen bytes of each row at a time (32 with AVX2) pass through
+// registers, so each byte is read once and written once.
+void SwapPixelRuns(BYTE* a, BYTE* b, LONG width, int bpp, bool avx2) {
     const int64_t nbits = static_cast<int64_t>(width) * bpp;
     const size_t full = static_cast<size_t>(nbits / 8);
     const LONG rest = static_cast<LONG>(nbits % 8);
     size_t i = 0;
+#ifdef DIB_HAVE_X86_PATHS
+    if (avx2) i = SwapBytesAvx2(a, b, full);
+#else
+    (void)avx2;
+#endif
     for (; i + 16 <= full; i += 16) {
         BYTE t[16], u[16];
         memcpy(t, a + i, 16);
@@ -256,8 +282,9 @@ DWORD Flip(HDIB hdib, bool upsideDown) {
     BYTE* const* dst = hdib->ppRow;
     BYTE* const a = copy->ppRow[0];
     if (upsideDown) {
+        const bool avx2 = DibCpuHas(DIB_CPU_AVX2);
         for (LONG y = 0, z = height - 1; y < z; ++y, --z)  // the middle row stays
-            SwapPixelRuns(dst[y], dst[z], width, bpp);
+            SwapPixelRuns(dst[y], dst[z], width, bpp, avx2);
     } else {
         for (LONG y = 0; y < height; ++y) {
             memcpy(a, dst[y], stride);
