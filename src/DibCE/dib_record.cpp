@@ -66,10 +66,13 @@ bool HeaderAcceptable(const BITMAPINFO* info, bool own) {
     return colours == 0 || own || !IsBadReadPtr(table, size_t(colours) * sizeof(RGBQUAD));
 }
 
+// The bottom row comes first in the store. A running pointer: the working
+// copies of the large pictures make a table of thousands of rows each time.
 void FillRows(DibRecord* r) {
-    LONG height = r->ds.dsBmih.biHeight;
-    int64_t stride = DibRowBytes(r->ds.dsBm.bmWidth, r->ds.dsBm.bmBitsPixel);
-    for (LONG y = 0; y < height; ++y) r->ppRow[y] = r->pBits + int64_t(height - 1 - y) * stride;
+    const LONG height = r->ds.dsBmih.biHeight;
+    const size_t stride = static_cast<size_t>(DibRowBytes(r->ds.dsBm.bmWidth, r->ds.dsBm.bmBitsPixel));
+    BYTE* row = r->pBits;
+    for (LONG y = height; y-- > 0; row += stride) r->ppRow[y] = row;
 }
 
 // LocalReAlloc for a table that may be gone (an empty record has none).
@@ -344,7 +347,8 @@ HDIB Create(const BITMAPINFO* info, bool own, bool zero) {
     }
     std::memcpy(r->pbmiColors, reinterpret_cast<const BYTE*>(info) + DIB_HEADER_BYTES,
                 size_t(colours) * sizeof(RGBQUAD));
-    r->ppRow = static_cast<BYTE**>(LocalAlloc(LPTR, size_t(r->ds.dsBmih.biHeight) * sizeof(BYTE*)));
+    // Not cleared: FillRows writes every entry.
+    r->ppRow = static_cast<BYTE**>(LocalAlloc(LMEM_FIXED, size_t(r->ds.dsBmih.biHeight) * sizeof(BYTE*)));
     if (!r->ppRow) {
         DebugError(u"   !DibCreateFromBitmapInfo():LocalAlloc:pdib->ppRow:Error\r\n");
         return fail();
