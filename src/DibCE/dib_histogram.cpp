@@ -14,9 +14,9 @@
  * exactly those running sums. The search functions then return the points
  * the full histogram would give. When the guesses miss, it counts in full.
  *
- * The counts run through the rows from the last to the first, against the
- * map, so that the map starts on the rows the count read last, still in the
- * cache. On a picture larger than the cache that saves about a fifth.
+ * The counts and the map run through the rows in the order they lie in
+ * memory, the last row of the table first: on a picture larger than the
+ * cache that is about a quarter faster than the other way.
  */
 #include <string.h>
 
