@@ -205,7 +205,7 @@ void ScaleRows(BYTE* const* srcRows, BYTE* const* dstRows, LONG newWidth, LONG n
         LONG step = n > 1 ? cols[1] - cols[0] : 1;
         for (LONG i = 1; i < n && step > 0; ++i)
             if (cols[i] - cols[i - 1] != step) step = 0;
-        for (LONG y = 0; y < newHeight; ++y) {
+        for (LONG y = newHeight; y-- > 0;) {  // in memory order, see DibCrop
             const BYTE* src = srcRows[SourceIndex(y, inverse, height)];
             BYTE* dst = dstRows[y];
             if (bpp == 8) {
@@ -286,7 +286,7 @@ DWORD Flip(HDIB hdib, bool upsideDown) {
         for (LONG y = 0, z = height - 1; y < z; ++y, --z)  // the middle row stays
             SwapPixelRuns(dst[y], dst[z], width, bpp, avx2);
     } else {
-        for (LONG y = 0; y < height; ++y) {
+        for (LONG y = height; y-- > 0;) {  // in memory order, see DibCrop
             memcpy(a, dst[y], stride);
             MirrorRow(dst[y], a, width, bpp);
         }
