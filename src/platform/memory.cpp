@@ -22,12 +22,21 @@ namespace {
 // they refuse one they never handed out without a probe of the memory.
 constexpr uint64_t kLiveMark = 0x4b4f4c4c4f43414cull;  // "LACOLLOK"
 constexpr uint64_t kDeadMark = 0x444145444445414dull;
+
+// Blocks start on a cache line, and the head fills one, so the caller's
+// bytes do too: a pixel store 16 bytes into a line makes half the vector
+// loads and stores of its rows straddle two lines (a 640x480 upside-down
+// flip took twice as long). A block that LocalReAlloc moved keeps only
+// realloc's alignment; those are tables, not pixels.
+constexpr size_t kLine = 64;
 struct alignas(16) BlockHead {
     uint64_t mark;
     uint64_t size;      // what the caller asked for
     uint64_t capacity;  // what the block holds
     PlatHandleLink link;
+    unsigned char pad[kLine - 3 * sizeof(uint64_t) - sizeof(PlatHandleLink)];
 };
+static_assert(sizeof(BlockHead) == kLine, "the caller's bytes start a line after the head");
 PlatHandleSet g_blocks;
 
 std::atomic<long> g_allocations{0};
@@ -56,8 +65,11 @@ constexpr int kCacheSlots = 4;
 #endif
 constexpr size_t kCachedMin = size_t(256) << 10;
 constexpr size_t kCacheBytesMax = size_t(256) << 20;
+constexpr int kSlots = kCacheSlots > 0 ? kCacheSlots : 1;
 std::mutex g_cacheMutex;
-BlockHead* g_cache[kCacheSlots > 0 ? kCacheSlots : 1];
+BlockHead* g_cache[kSlots];
+uint64_t g_keptAt[kSlots];  // when each block was kept, by g_keeps
+uint64_t g_keeps = 0;
 size_t g_cacheBytes = 0;
 
 BlockHead* TakeCached(size_t bytes) {
@@ -77,19 +89,35 @@ BlockHead* TakeCached(size_t bytes) {
     return h;
 }
 
-// True when the block was kept.
+// True when the block was kept. The blocks kept longest ago make room for
+// it: the sizes in use now are the ones worth keeping, and blocks of an
+// earlier, larger picture must not hold every slot while each working copy
+// of a smaller one goes back to the kernel.
 bool KeepCached(BlockHead* h) {
-    if (kCacheSlots == 0 || h->capacity < kCachedMin) return false;
-    std::lock_guard<std::mutex> lock(g_cacheMutex);
-    if (g_cacheBytes + h->capacity > kCacheBytesMax) return false;
-    for (BlockHead*& slot : g_cache) {
-        if (!slot) {
-            slot = h;
-            g_cacheBytes += h->capacity;
-            return true;
+    if (kCacheSlots == 0 || h->capacity < kCachedMin || h->capacity > kCacheBytesMax) return false;
+    BlockHead* evicted[kSlots];
+    int n = 0;
+    {
+        std::lock_guard<std::mutex> lock(g_cacheMutex);
+        for (;;) {
+            int empty = -1, oldest = -1;
+            for (int i = 0; i < kCacheSlots; ++i) {
+                if (!g_cache[i]) empty = empty < 0 ? i : empty;
+                else if (oldest < 0 || g_keptAt[i] < g_keptAt[oldest]) oldest = i;
+            }
+            if (empty >= 0 && g_cacheBytes + h->capacity <= kCacheBytesMax) {
+                g_cache[empty] = h;
+                g_keptAt[empty] = ++g_keeps;
+                g_cacheBytes += h->capacity;
+                break;
+            }
+            evicted[n++] = g_cache[oldest];  // an empty cache always has room
+            g_cacheBytes -= g_cache[oldest]->capacity;
+            g_cache[oldest] = nullptr;
         }
     }
-    return false;
+    for (int i = 0; i < n; ++i) std::free(evicted[i]);
+    return true;
 }
 
 bool IsOurBlock(void* p) { return p && g_blocks.Contains(p); }
@@ -105,8 +133,9 @@ void* PlatAlloc(size_t bytes, bool zero) {
     if (head) {
         if (zero) std::memset(static_cast<void*>(head + 1), 0, bytes);
     } else {
-        size_t total = sizeof(BlockHead) + bytes;
-        head = static_cast<BlockHead*>(zero ? std::calloc(1, total) : std::malloc(total));
+        const size_t total = (sizeof(BlockHead) + bytes + kLine - 1) / kLine * kLine;
+        head = static_cast<BlockHead*>(std::aligned_alloc(kLine, total));
+        if (head && zero) std::memset(static_cast<void*>(head + 1), 0, bytes);
         if (!head) {
             SetLastError(ERROR_NOT_ENOUGH_MEMORY);
             return nullptr;
