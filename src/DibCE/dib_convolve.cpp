@@ -30,8 +30,7 @@
 
 // The rows are compiled twice, plain and for AVX2, and DibCpuHas picks one
 // at each call (so that tests can run both on any machine).
-#if defined(__GNUC__) && defined(__x86_64__)
-#define CONV_HAVE_AVX2 1
+#ifdef DIB_HAVE_X86_PATHS
 #define CONV_AVX2 __attribute__((target("avx2")))
 #endif
 #define CONV_INLINE static inline __attribute__((always_inline))
@@ -229,14 +228,14 @@ void ConvolveRowPlain(const ConvPlan& p, BYTE* const* copyRows, BYTE* out, void*
     CONV_ROW_BODY
 }
 
-#ifdef CONV_HAVE_AVX2
+#ifdef DIB_HAVE_X86_PATHS
 CONV_AVX2 void ConvolveRowAvx2(const ConvPlan& p, BYTE* const* copyRows, BYTE* out, void* acc, uint16_t* fold) {
     CONV_ROW_BODY
 }
 #endif
 
 ConvolveRowFn PickConvolveRow() {
-#ifdef CONV_HAVE_AVX2
+#ifdef DIB_HAVE_X86_PATHS
     if (DibCpuHas(DIB_CPU_AVX2)) return ConvolveRowAvx2;
 #endif
     return ConvolveRowPlain;

@@ -5,8 +5,7 @@
 #include "dibconv.h"
 #include "dibkernels.h"
 
-#if defined(__GNUC__) && defined(__x86_64__)
-#include <immintrin.h>
+#ifdef DIB_HAVE_X86_PATHS
 
 DIB_TARGET_BEGIN_AVX2
 namespace conv256 {
@@ -77,11 +76,10 @@ struct V {
 }  // namespace conv512
 DIB_TARGET_END
 
-#define CONV_HAVE_VECTOR_ROWS 1
 #endif
 
 ConvRow3Fn ConvPickRow3(const ConvNarrow& p, LONG n) {
-#ifdef CONV_HAVE_VECTOR_ROWS
+#ifdef DIB_HAVE_X86_PATHS
     if (n >= 2 * conv512::V::N && DibCpuHas(DIB_CPU_AVX512)) return conv512::kRow3[p.kind][p.div][p.threshold];
     if (n >= 2 * conv256::V::N && DibCpuHas(DIB_CPU_AVX2)) return conv256::kRow3[p.kind][p.div][p.threshold];
 #endif
@@ -91,7 +89,7 @@ ConvRow3Fn ConvPickRow3(const ConvNarrow& p, LONG n) {
 }
 
 ConvFinish16Fn ConvPickFinish16(const ConvNarrow& p, LONG n) {
-#ifdef CONV_HAVE_VECTOR_ROWS
+#ifdef DIB_HAVE_X86_PATHS
     if (n >= 2 * conv512::V::N && DibCpuHas(DIB_CPU_AVX512)) return conv512::kFinish16[p.div][p.threshold];
     if (n >= 2 * conv256::V::N && DibCpuHas(DIB_CPU_AVX2)) return conv256::kFinish16[p.div][p.threshold];
 #endif

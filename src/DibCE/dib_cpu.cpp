@@ -30,7 +30,7 @@ int Ceiling() {
 }
 
 bool ProcessorHas(int feature) {
-#if defined(__x86_64__) && defined(__GNUC__)
+#ifdef DIB_HAVE_X86_PATHS
     switch (feature) {
     case DIB_CPU_AVX2: return __builtin_cpu_supports("avx2");
     case DIB_CPU_AVX512: return __builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512vbmi");

@@ -19,11 +19,6 @@
 
 #include <tovrel/packedpixel.h>
 
-#if defined(__x86_64__) && defined(__GNUC__)
-#include <immintrin.h>
-#define DIB_HAVE_X86_PATHS 1
-#endif
-
 namespace {
 
 // Bit-reversed bytes, for mirroring 1-bit rows.

@@ -23,11 +23,6 @@
 #include "dibkernels.h"
 #include "dibops.h"
 
-#if defined(__x86_64__) && defined(__GNUC__)
-#include <immintrin.h>
-#define HIST_HAVE_X86_PATHS 1
-#endif
-
 namespace {
 
 // Four tables, so that runs of equal bytes do not wait on each other's
@@ -74,7 +69,7 @@ void CountNearPortable(BYTE* const* rows, size_t height, size_t width, const BYT
         }
 }
 
-#ifdef HIST_HAVE_X86_PATHS
+#ifdef DIB_HAVE_X86_PATHS
 // d = min(pixel - base, 4) (0 at or below the base) is at or below j exactly
 // where the pixel is at or below base + j. A byte shuffle of d gives two such
 // answers a byte, one a nibble ([d <= 0] + 16 [d <= 1], and [d <= 2] +
@@ -242,7 +237,7 @@ bool WhiteSettled(const int64_t* atMost, int64_t total, int64_t cut) {
 
 void CountNear(BYTE* const* rows, size_t height, size_t width, const BYTE* base, int per,
                unsigned long long* counts) {
-#ifdef HIST_HAVE_X86_PATHS
+#ifdef DIB_HAVE_X86_PATHS
     if (DibCpuHas(DIB_CPU_AVX512))
         return per == 4 ? near512::CountNear<true>(rows, height, width, base, counts)
                         : near512::CountNear<false>(rows, height, width, base, counts);

@@ -16,10 +16,6 @@
 #include "dibkernels.h"
 #include "dibops.h"
 
-#if defined(__x86_64__) && defined(__GNUC__)
-#include <immintrin.h>
-#define DIB_HAVE_X86_PATHS 1
-#endif
 
 /* ---- the 8-bit table kernel ------------------------------------------------ */
 

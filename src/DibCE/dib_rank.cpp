@@ -25,8 +25,7 @@
 // plain, an AVX2 and an AVX-512 wrapper, and the processor picks one at run
 // time. (Resolving at load time, as ifunc-based clones do, runs before
 // ThreadSanitizer is ready and crashes it.)
-#if defined(__x86_64__) && defined(__GNUC__)
-#define DIB_HAVE_AVX2_WAY 1
+#ifdef DIB_HAVE_X86_PATHS
 #define DIB_AVX2 __attribute__((target("avx2")))
 #if defined(__clang__)  // clang takes no vector-width preference here (the fuzzing build)
 #define DIB_AVX512 __attribute__((target("avx2,avx512f,avx512bw,avx512vl")))
@@ -221,7 +220,7 @@ DIB_INLINE void DespeckleRow(const BYTE* above, const BYTE* middle, const BYTE* 
     static void Name##Plain Params { Body<32> Args; }                 \
     DIB_WAY_AVX2(static void Name##Avx2 Params { Body<32> Args; })    \
     DIB_WAY_AVX512(static void Name##Avx512 Params { Body<64> Args; })
-#ifdef DIB_HAVE_AVX2_WAY
+#ifdef DIB_HAVE_X86_PATHS
 #define DIB_WAY_AVX2(f) DIB_AVX2 f
 #define DIB_WAY_AVX512(f) DIB_AVX512 f
 #define DIB_PICK(Name) \

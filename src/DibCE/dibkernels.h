@@ -9,6 +9,13 @@
 #include <stddef.h>
 #include <tovrel/platform.h>
 
+/* Vector code for x86 (intrinsics and per-function target attributes) is
+ * built with GCC or clang on x86-64; elsewhere only the portable ways. */
+#if defined(__x86_64__) && defined(__GNUC__)
+#define DIB_HAVE_X86_PATHS 1
+#include <immintrin.h>
+#endif
+
 /* A region of code compiled for an instruction set, with either compiler:
  * GCC's target pragmas or clang's attribute region (the fuzzing build). */
 #if defined(__clang__)

@@ -130,18 +130,16 @@ void* PlatAlloc(size_t bytes, bool zero) {
         return nullptr;
     }
     BlockHead* head = TakeCached(bytes);
-    if (head) {
-        if (zero) std::memset(static_cast<void*>(head + 1), 0, bytes);
-    } else {
+    if (!head) {
         const size_t total = (sizeof(BlockHead) + bytes + kLine - 1) / kLine * kLine;
         head = static_cast<BlockHead*>(std::aligned_alloc(kLine, total));
-        if (head && zero) std::memset(static_cast<void*>(head + 1), 0, bytes);
         if (!head) {
             SetLastError(ERROR_NOT_ENOUGH_MEMORY);
             return nullptr;
         }
         head->capacity = bytes;
     }
+    if (zero) std::memset(static_cast<void*>(head + 1), 0, bytes);
     head->mark = kLiveMark;
     head->size = bytes;
     g_blocks.Insert(head + 1, &head->link);
