@@ -23,12 +23,15 @@ namespace {
 constexpr uint64_t kLiveMark = 0x4b4f4c4c4f43414cull;  // "LACOLLOK"
 constexpr uint64_t kDeadMark = 0x444145444445414dull;
 
-// Blocks start on a cache line, and the head fills one, so the caller's
-// bytes do too: a pixel store 16 bytes into a line makes half the vector
-// loads and stores of its rows straddle two lines (a 640x480 upside-down
-// flip took twice as long). A block that LocalReAlloc moved keeps only
-// realloc's alignment; those are tables, not pixels.
+// Blocks of a page or more start on a cache line, and the head fills one,
+// so the caller's bytes do too: a pixel store 16 bytes into a line makes
+// half the vector loads and stores of its rows straddle two lines (a
+// 640x480 upside-down flip took twice as long). Smaller blocks (records,
+// row tables, palettes) come from plain malloc, whose small-block bins are
+// several times cheaper than an aligned request; so does a block that
+// LocalReAlloc moved. Those are not pixel rows a vector loop walks.
 constexpr size_t kLine = 64;
+constexpr size_t kLineAlignedMin = 4096;
 struct alignas(16) BlockHead {
     uint64_t mark;
     uint64_t size;      // what the caller asked for
@@ -132,7 +135,8 @@ void* PlatAlloc(size_t bytes, bool zero) {
     BlockHead* head = TakeCached(bytes);
     if (!head) {
         const size_t total = (sizeof(BlockHead) + bytes + kLine - 1) / kLine * kLine;
-        head = static_cast<BlockHead*>(std::aligned_alloc(kLine, total));
+        head = static_cast<BlockHead*>(bytes >= kLineAlignedMin ? std::aligned_alloc(kLine, total)
+                                                                 : std::malloc(sizeof(BlockHead) + bytes));
         if (!head) {
             SetLastError(ERROR_NOT_ENOUGH_MEMORY);
             return nullptr;
