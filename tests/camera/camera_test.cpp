@@ -152,10 +152,11 @@ TEST_F(CameraTest, FrameCopiesFollowTheFormula) {
     for (LONG W : {640, 752})
         for (uint32_t orientation : {0u, 2u}) {
             SCOPED_TRACE(testing::Message() << W << " wide, orientation " << orientation);
-            std::string frame;
+            std::string frame, file;  // the wider frame from a 16-bit file, each sample v * 257
             for (LONG y = 0; y < 480; ++y)
                 for (LONG x = 0; x < W; ++x) frame += char((x * 7 + y * 13 + x * y) & 255);
-            WriteBytes("frame.pgm", "P5\n" + std::to_string(W) + " 480\n255\n" + frame);
+            for (char v : frame) file += W == 752 ? std::string(2, v) : std::string(1, v);
+            WriteBytes("frame.pgm", "P5\n" + std::to_string(W) + " 480\n" + (W == 752 ? "65535" : "255") + "\n" + file);
             setenv("TOVREL_ENGINE_SOURCE", ("files:" + dir.File("frame.pgm")).c_str(), 1);
             engine.Reset();
             unsetenv("TOVREL_ENGINE_SOURCE");

@@ -40,13 +40,15 @@ TEST(WideFormat, ConversionsMatchNarrowPrintf) {
 // at the ends of a LONG.
 TEST(WideText, NumbersSkipBlanksAndSaturate) {
     struct { const char16_t* text; long value; } longs[] = {
-        {u"  42xyz", 42}, {u"\t\n 5", 5}, {u"+8", 8}, {u"99999999999", 2147483647L}, {u"-99999999999", -2147483648L},
+        {u"  42xyz", 42}, {u"\t\n\r 5", 5}, {u"\x0e" u"5", 0}, {u"+8", 8}, {u"99999999999", 2147483647L},
+        {u"-99999999999", -2147483648L},
     };
     for (const auto& c : longs) EXPECT_EQ(_wtol(c.text), c.value) << N(c.text);
 }
 
 TEST(WideText, Utf8RoundTripAndBounds) {
-    const std::string samples[] = {"plain", "gr\xC3\xBC\xC3\x9F" "e", "\xE2\x82\xAC", "\xF0\x9F\x98\x80 pair", ""};
+    const std::string samples[] = {"plain", "gr\xC3\xBC\xC3\x9F" "e", "\xE2\x82\xAC", "\xF0\x9F\x98\x80 pair", "",
+                                   "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"};  // the ends of each length
     for (const auto& s : samples) {
         WCHAR wide[64];
         ASSERT_NE(PlatUtf8ToWide(s.c_str(), wide, 64), static_cast<size_t>(-1));

@@ -61,7 +61,7 @@ TEST(Despeckle, MatchesReference) {
         const DWORD top = (1u << bits) - 1;
         for (LONG w : {1, 2, 3, 7, 8, 9, 31, 32, 33, 34, 35, 514, 1037})
             for (LONG h : kHeights)
-                for (DWORD background : {0u, top, top / 2, 255u, 300u})
+                for (DWORD background : {0u, top, top / 2, top + 1, 255u, 300u})
                     for (DWORD threshold : {0u, 1u, 3u, 5u, 8u, 9u, 12u}) {
                         Dib a = Random(w, h, bits, seed++);
                         FillFrom(a, {BYTE(background & top), BYTE(background & top), BYTE(top / 3), 1}, seed);
