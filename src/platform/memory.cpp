@@ -27,9 +27,10 @@ constexpr uint64_t kDeadMark = 0x444145444445414dull;
 // so the caller's bytes do too: a pixel store 16 bytes into a line makes
 // half the vector loads and stores of its rows straddle two lines (a
 // 640x480 upside-down flip took twice as long). Smaller blocks (records,
-// row tables, palettes) come from plain malloc, whose small-block bins are
-// several times cheaper than an aligned request; so does a block that
-// LocalReAlloc moved. Those are not pixel rows a vector loop walks.
+// row tables, palettes, the stores of tiny pictures) come from plain
+// malloc, whose small-block bins are several times cheaper than an aligned
+// request, as does a block that LocalReAlloc moved: their rows, if any, are
+// too short for a straddled line to count.
 constexpr size_t kLine = 64;
 constexpr size_t kLineAlignedMin = 4096;
 struct alignas(16) BlockHead {
