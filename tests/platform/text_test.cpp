@@ -44,11 +44,14 @@ TEST(WideText, NumbersSkipBlanksAndSaturate) {
         {u"-99999999999", -2147483648L},
     };
     for (const auto& c : longs) EXPECT_EQ(_wtol(c.text), c.value) << N(c.text);
+    WCHAR a[40], b[40], c[40];  // radixes up to 36; any other writes decimal
+    EXPECT_EQ(N(_itow(35, a, 36)) + " " + N(_itow(35, b, 37)) + " " + N(_itow(-5, c, 10)), "z 35 -5");
 }
 
 TEST(WideText, Utf8RoundTripAndBounds) {
     const std::string samples[] = {"plain", "gr\xC3\xBC\xC3\x9F" "e", "\xE2\x82\xAC", "\xF0\x9F\x98\x80 pair", "",
-                                   "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF"};  // the ends of each length
+                                   // the ends of each length, and a four-byte lead with its low bits set
+                                   "\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF1\x80\x80\x80\xF4\x8F\xBF\xBF"};
     for (const auto& s : samples) {
         WCHAR wide[64];
         ASSERT_NE(PlatUtf8ToWide(s.c_str(), wide, 64), static_cast<size_t>(-1));
