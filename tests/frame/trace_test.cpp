@@ -41,9 +41,9 @@ struct TraceTest : ::testing::Test {
 
 TEST_F(TraceTest, GoldenLinesCarryTheirStampsToEverySinkInOrder) {
     tovConfigDebug(1, 10, tovDebugFile);
-    const time_t clock = time(nullptr);
+    const time_t now = time(nullptr);
     tm local;
-    localtime_r(&clock, &local);  // the C library's date, to hold the platform's against
+    localtime_r(&now, &local);  // the C library's date, to hold the platform's against
     SYSTEMTIME before, after;
     GetLocalTime(&before);
     DebugTrace(5, u">tovCrop(%d,%d,%d,%d,%d)\r\n", 1234, 0, 0, 16, 8);
