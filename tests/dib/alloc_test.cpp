@@ -23,7 +23,8 @@ void ExpectUntouchedOrEmpty(HDIB h, const std::vector<BYTE>& before) {
     EXPECT_FALSE(DibHasBitmap(h));
     EXPECT_EQ(tovClear(h, 3), DWORD(DibErrorInvalidDIB));
     EXPECT_EQ(tovCreateCopyHDIB(h), nullptr);
-    EXPECT_EQ(DibBMPSave(u"never.bmp", h), DWORD(DibErrorInvalidDIB));
+    EXPECT_EQ(Codes({DibBMPSave(u"never.bmp", h), tovSavePNG(h, u"never.png"), tovSaveJPG(h, u"never.jpg", 75),
+                     tovSavePRN(h, u"never.prn", 0, 384, 0)}), "5 5 5 5");
     EXPECT_EQ(tovRecreateHDIBExt(h, 5, 5, 1, 1), 0u);
     EXPECT_EQ(StorePixel(h, 4, 4), 1u);
 }
