@@ -16,7 +16,6 @@
 #include "dibkernels.h"
 #include "dibops.h"
 
-
 /* ---- the 8-bit table kernel ------------------------------------------------ */
 
 // Every way maps the rows in the order they lie in memory, the last row of

@@ -124,6 +124,13 @@ bool KeepCached(BlockHead* h) {
     return true;
 }
 
+// A block from the heap, aligned as the comment at BlockHead says.
+BlockHead* NewBlock(size_t bytes) {
+    if (bytes < kLineAlignedMin) return static_cast<BlockHead*>(std::malloc(sizeof(BlockHead) + bytes));
+    const size_t total = (sizeof(BlockHead) + bytes + kLine - 1) / kLine * kLine;  // a multiple, as aligned_alloc asks
+    return static_cast<BlockHead*>(std::aligned_alloc(kLine, total));
+}
+
 bool IsOurBlock(void* p) { return p && g_blocks.Contains(p); }
 
 }  // namespace
@@ -135,9 +142,7 @@ void* PlatAlloc(size_t bytes, bool zero) {
     }
     BlockHead* head = TakeCached(bytes);
     if (!head) {
-        const size_t total = (sizeof(BlockHead) + bytes + kLine - 1) / kLine * kLine;
-        head = static_cast<BlockHead*>(bytes >= kLineAlignedMin ? std::aligned_alloc(kLine, total)
-                                                                 : std::malloc(sizeof(BlockHead) + bytes));
+        head = NewBlock(bytes);
         if (!head) {
             SetLastError(ERROR_NOT_ENOUGH_MEMORY);
             return nullptr;
