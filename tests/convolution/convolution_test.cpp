@@ -12,7 +12,7 @@ namespace {
 // The working copy, step by step; false when a border would take a value
 // from outside the picture or from a cell not yet filled.
 bool RefCopy(const Pic& src, LONG my, LONG mx, Pic& c) {
-    c = Pic{src.w + 2 * mx, src.h + 2 * my, std::vector<int>((size_t)(src.w + 2 * mx) * (src.h + 2 * my), -1)};
+    c = Pic{src.w + 2 * mx, src.h + 2 * my, std::vector<int>(size_t(src.w + 2 * mx) * (src.h + 2 * my), -1)};
     auto from = [&](LONG x, LONG y, int& out) {
         const bool inside = x >= 0 && y >= 0 && x < src.w && y < src.h;
         if (inside) out = src.at(x, y);
@@ -45,8 +45,8 @@ DWORD RefEngine(Pic& pic, const std::vector<LONG>& k, LONG rows, LONG cols, LONG
             uint32_t sum = 0;
             for (LONG ky = 0; ky < rows; ++ky)
                 for (LONG kx = 0; kx < cols; ++kx)
-                    sum += (uint32_t)k[(size_t)ky * cols + kx] * (uint32_t)c.at(x + kx, y + ky);
-            const int32_t s = (int32_t)((uint32_t)bias + (uint32_t)((int64_t)(int32_t)sum / divisor));
+                    sum += uint32_t(k[size_t(ky) * cols + kx]) * uint32_t(c.at(x + kx, y + ky));
+            const int32_t s = int32_t(uint32_t(bias) + uint32_t(int64_t(int32_t(sum)) / divisor));
             pic.at(x, y) = threshold ? (s < threshold ? 0 : 255) : (s > 255 ? 255 : s < 0 ? 0 : s);
         }
     return 0;
@@ -102,7 +102,7 @@ TEST(Convolution, BuiltInFiltersMatchReference) {
             Check(seed++, w, h, Sharpen(level), 3, 3, level - 8, 0, 0, [level](HDIB d) { return tovSharpen(d, level); });
         Check(seed++, w, h, inf, 9, 9, 512, 0, 0, tovInfinityFilter);
         for (DWORD t : {0u, 1u, 128u, 255u})
-            Check(seed++, w, h, ring, 5, 5, 1, 128, (LONG)t, [t](HDIB d) { return tovThreshold(d, t); });
+            Check(seed++, w, h, ring, 5, 5, 1, 128, LONG(t), [t](HDIB d) { return tovThreshold(d, t); });
     }
 }
 
@@ -120,21 +120,21 @@ TEST(Convolution, CallerKernelsMatchReference) {
     const LONG thresholds[] = {0, 0, 0, 0, 1, 128, 255, -5, 1000, 40000, -40000, INT_MIN, INT_MAX};
     for (int round = 0; round < 1300 && !HasFatalFailure(); ++round) {
         const bool vector = round % 3 == 0;
-        const LONG w = vector ? wide[rng() % std::size(wide)] : (LONG)(1 + rng() % 24), h = (LONG)(1 + rng() % (vector ? 5 : 14));
-        const LONG rows = (LONG)(rng() % 8), cols = vector ? rows | 1 : (LONG)(rng() % 8);
+        const LONG w = vector ? wide[rng() % std::size(wide)] : LONG(1 + rng() % 24), h = LONG(1 + rng() % (vector ? 5 : 14));
+        const LONG rows = LONG(rng() % 8), cols = vector ? rows | 1 : LONG(rng() % 8);
         // 1, 3: large; 4, 5: medium; 2, 3, 5: symmetric; 6: small and not negative
-        const int mode = vector && rng() % 2 ? (rng() % 2 ? 6 : 2) : (int)(rng() % 6);
-        std::vector<LONG> k((size_t)rows * cols + 1);
+        const int mode = vector && rng() % 2 ? (rng() % 2 ? 6 : 2) : int(rng() % 6);
+        std::vector<LONG> k(size_t(rows) * cols + 1);
         for (LONG& v : k) {
-            v = mode == 1 || mode == 3 ? (rng() % 3 ? (LONG)rng() : (LONG)(rng() % 2001) - 1000)
-                : mode == 4 || mode == 5 ? (LONG)(rng() % 14601) - 7300
-                : mode == 6            ? (LONG)(rng() % 10)
-                                       : (LONG)(rng() % 9) - 4;
+            v = mode == 1 || mode == 3 ? (rng() % 3 ? LONG(rng()) : LONG(rng() % 2001) - 1000)
+                : mode == 4 || mode == 5 ? LONG(rng() % 14601) - 7300
+                : mode == 6            ? LONG(rng() % 10)
+                                       : LONG(rng() % 9) - 4;
         }
         if (mode == 2 || mode == 3 || mode == 5)
             for (LONG y = 0; y < rows; ++y)
                 for (LONG x = 0; x < cols; ++x)
-                    k[(size_t)y * cols + x] = k[(size_t)std::min(y, rows - 1 - y) * cols + std::min(x, cols - 1 - x)];
+                    k[size_t(y) * cols + x] = k[size_t(std::min(y, rows - 1 - y)) * cols + std::min(x, cols - 1 - x)];
         const LONG divisor = divisors[rng() % std::size(divisors)], bias = biases[rng() % std::size(biases)];
         const LONG threshold = thresholds[rng() % std::size(thresholds)];
         const bool extreme = rng() % 4 == 0;
@@ -168,7 +168,7 @@ TEST(Convolution, Refusals) {
     Dib g = Random(7, 4, 8, 5);
     const Bytes before = Store(g);
     tovtest::GuardedPage page;  // a kernel whose last entry lies just before an unreadable page
-    const LONG* edge = (const LONG*)page.End() - 8;
+    const LONG* edge = reinterpret_cast<const LONG*>(page.End()) - 8;
     const struct { const char* what; DWORD want, got; } cases[] = {
         {"divisor 0", 5, tovConvolutionFilter(g, k9, 3, 3, 0, 0)},
         {"null kernel", 7, tovConvolutionFilter(g, nullptr, 3, 3, 1, 0)},

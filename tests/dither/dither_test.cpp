@@ -46,10 +46,10 @@ TEST(Dither, MatchesReference) {
                     for (LONG x = 0; x < w; ++x)
                         g.h->ppRow[y][x] = mode == 1 ? BYTE(120 + (x + y) % 16) : (x * 5 + y) % 7 ? 250 : 3;
                 const Bytes want = WithPixels(g, RefDither(Read(g), v.quant));
-                const Bytes colours((BYTE*)g.h->pbmiColors, (BYTE*)g.h->pbmiColors + 1024);
+                const Bytes colours = Colours(g);
                 ASSERT_EQ(v.op(g), 0u);
                 ASSERT_EQ(Store(g), want) << w << "x" << h << " mode " << mode;
-                EXPECT_EQ(Bytes((BYTE*)g.h->pbmiColors, (BYTE*)g.h->pbmiColors + 1024), colours);
+                EXPECT_EQ(Colours(g), colours);
             }
 }
 
@@ -61,7 +61,7 @@ TEST(Dither, KnownValues) {
     for (const auto& c : single) {
         Dib g = Uniform(1, 1, c.in);
         ASSERT_EQ(c.op(g), 0u);
-        EXPECT_EQ(g.h->ppRow[0][0], c.out) << (int)c.in;
+        EXPECT_EQ(g.h->ppRow[0][0], c.out) << int(c.in);
     }
     Dib g = Uniform(6, 1, 128);  // the scan starts at x=4 with an error of -127; x=5 alone
     ASSERT_EQ(tovDither2Color(g), 0u);

@@ -9,14 +9,12 @@ namespace {
 const LONG kWidths[] = {1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 32, 33, 100};
 const LONG kHeights[] = {1, 2, 3, 8};
 
-Bytes Colours(HDIB d) { return Bytes((BYTE*)d->pbmiColors, (BYTE*)d->pbmiColors + DibNumColors(d) * 4); }
-
 // The bits past the last pixel of each row. A re-made bitmap keeps those its
 // new pixel store came with: those of a fresh bitmap nobody has written.
 Bytes Padding(HDIB d) {
     Bytes out;
     for (LONG y = 0; y < DibHeight(d); ++y)
-        for (int64_t bit = (int64_t)DibWidth(d) * DibBitCount(d); bit < DibRowLength(d) * 8; ++bit)
+        for (int64_t bit = int64_t(DibWidth(d)) * DibBitCount(d); bit < DibRowLength(d) * 8; ++bit)
             out.push_back((d->ppRow[y][bit / 8] >> (7 - bit % 8)) & 1);
     return out;
 }
@@ -69,7 +67,7 @@ TEST(Geometry, CropMatchesReference) {
                     const DWORD cw = 1 + rng() % w, ch = 1 + rng() % h;
                     const DWORD x = rng() % (w - cw + 1), y = rng() % (h - ch + 1);
                     ASSERT_EQ(tovCrop(g, x, y, cw, ch), 0u);
-                    Pic want{(LONG)cw, (LONG)ch, {}};
+                    Pic want{LONG(cw), LONG(ch), {}};
                     for (DWORD j = 0; j < ch; ++j)
                         for (DWORD i = 0; i < cw; ++i) want.v.push_back(in.at(x + i, y + j));
                     SCOPED_TRACE(testing::Message() << bits << " bits " << w << "x" << h << " crop " << x << ","
@@ -88,10 +86,10 @@ TEST(Geometry, ScaleMatchesReference) {
                 Dib g = Random(w, h, bits, seed++);
                 const Pic in = Read(g);
                 const Bytes colours = Colours(g);
-                const float f = (float)((double)(float)percent * 0.01), inverse = 1.0f / f;
-                Pic want{(LONG)((double)((float)w * f) + 0.5), (LONG)((double)((float)h * f) + 0.5), {}};
+                const float f = float(double(float(percent)) * 0.01), inverse = 1.0f / f;
+                Pic want{LONG(double(float(w) * f) + 0.5), LONG(double(float(h) * f) + 0.5), {}};
                 for (LONG y = 0; y < want.h; ++y)
-                    for (LONG x = 0; x < want.w; ++x) want.v.push_back(in.at((LONG)(x * inverse), (LONG)(y * inverse)));
+                    for (LONG x = 0; x < want.w; ++x) want.v.push_back(in.at(LONG(x * inverse), LONG(y * inverse)));
                 ASSERT_EQ(tovScale(g, percent), want.w && want.h ? 0u : 6u) << w << "x" << h << " at " << percent;
                 if (!want.w || !want.h) continue;
                 SCOPED_TRACE(testing::Message() << bits << " bits " << w << "x" << h << " at " << percent);
@@ -108,7 +106,7 @@ TEST(Geometry, ScaleKnownSizes) {
     for (const auto& c : cases) {
         Dib g(tovCreateHDIBExt(c.w, c.h, 0, 8));
         for (LONG y = 0; y < c.h; ++y)
-            for (LONG x = 0; x < c.w; ++x) g.h->ppRow[y][x] = (BYTE)x;
+            for (LONG x = 0; x < c.w; ++x) g.h->ppRow[y][x] = BYTE(x);
         ASSERT_EQ(tovScale(g, c.percent), 0u);
         EXPECT_EQ(std::make_pair(DibWidth(g), DibHeight(g)), std::make_pair(c.nw, c.nh)) << c.percent;
         EXPECT_EQ(std::vector<int>(g.h->ppRow[c.nh - 1], g.h->ppRow[c.nh - 1] + c.columns.size()), c.columns);

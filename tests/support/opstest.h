@@ -55,6 +55,11 @@ inline void FillFrom(HDIB h, const Bytes& values, uint32_t seed) {
 
 inline Bytes Store(HDIB h) { return tovtest::StoreBytes(h); }
 inline Dib Copy(HDIB h) { return Dib(DibCreateCopy(h)); }
+// The colour table as bytes.
+inline Bytes Colours(HDIB h) {
+    const BYTE* c = reinterpret_cast<const BYTE*>(h->pbmiColors);
+    return Bytes(c, c + DibNumColors(h) * 4);
+}
 
 // A picture as the references see it: width x height values, row 0 on top.
 struct Pic {
