@@ -112,9 +112,11 @@ TEST(Files, CutForeignAndOverdeclaredFilesGiveNull) {
         }
         WriteBytes("good", whole);
         EXPECT_NE(Dib(f.dibLoad(u"good")), nullptr);
-        const Dib wide(tovCreateHDIBExt(f.format == tovFormatJPG ? 65500 : 65536, 1, 0, 1));
-        ASSERT_EQ(f.dibSave(u"wide", wide), 0u);
-        EXPECT_NE(Dib(f.dibLoad(u"wide")), nullptr);
+        const LONG most = f.format == tovFormatJPG ? 65500 : 65536;  // the longest side the format takes
+        for (auto [w, h] : {std::pair<LONG, LONG>{most, 1}, {1, most}}) {
+            ASSERT_EQ(f.dibSave(u"side", Dib(tovCreateHDIBExt(w, h, 0, 1))), 0u);
+            EXPECT_NE(Dib(f.dibLoad(u"side")), nullptr) << w << "x" << h;
+        }
     }
 }
 

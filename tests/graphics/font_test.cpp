@@ -91,6 +91,13 @@ TEST(Fonts, TransparencyWeightAndSurrogates) {
     EXPECT_GT(std::count(bold.begin(), bold.end(), 10u), std::count(regular.begin(), regular.end(), 10u) * 11 / 10);
     // A surrogate pair is one code point: U+1D546 has a glyph, U+1D547 none.
     EXPECT_NE(draw(400, u"\U0001D546"), draw(400, u"\U0001D547"));
+    // Each row of an L is one run of ink, also past the first byte of the glyph's rows.
+    const auto l = draw(400, u"L");
+    for (size_t y = 0; y < 40; ++y) {
+        int runs = 0;
+        for (size_t x = 1; x < 300; ++x) runs += l[y * 300 + x] == 10u && l[y * 300 + x - 1] != 10u;
+        EXPECT_LE(runs, 1) << "row " << y;
+    }
 }
 
 // A configuration without fonts resolves no face: NULL, and nothing leaks.

@@ -66,6 +66,9 @@ TEST(Polyline, DotsNullAndDeletedPens) {
     Draw(canvas, 4, RGB(100, 100, 100), {{10, 10}});  // a tap is a dot
     EXPECT_EQ(Ink(canvas).size(), 12u);  // a round tip of 4: 2 + 4 + 4 + 2 pixels
     EXPECT_EQ(canvas.Get(10, 10), 100u);
+    Canvas rgb(20, 20, 32);
+    Draw(rgb, 4, RGB(1, 2, 3), {{10, 10}});
+    EXPECT_EQ(rgb.Get(10, 10), 0x010203u);
     POINT two[2] = {{0, 2}, {4, 2}};
     EXPECT_FALSE(Polyline(canvas.dc, nullptr, 2));
     EXPECT_FALSE(Polyline(canvas.dc, two, 0));

@@ -28,8 +28,8 @@ TEST(WideFormat, ConversionsMatchNarrowPrintf) {
     EXPECT_EQ(Fmt(u"%ld %lu %zu", -5L, 5UL, size_t(7)), "-5 5 7");
     EXPECT_EQ(Fmt(u"%hd %hhu", 70000, 300), "4464 44");
     EXPECT_EQ(Fmt(u"%.2f %8.3f %e", 2.5, -1.0 / 3, 1e10), "2.50   -0.333 1.000000e+10");
-    EXPECT_EQ(Fmt(u"%s|%5s|%-5s|%.2s", u"ab", u"ab", u"ab", u"abc"), "ab|   ab|ab   |ab");
-    EXPECT_EQ(Fmt(u"%hs %S", "narrow", "also"), "narrow also");
+    EXPECT_EQ(Fmt(u"%s|%5s|%-5s|%.2s|%4.9s", u"ab", u"ab", u"ab", u"abc", u"ab"), "ab|   ab|ab   |ab|  ab");
+    EXPECT_EQ(Fmt(u"%hs %S %.2hs|%4.9hs", "narrow", "also", "abc", "ab"), "narrow also ab|  ab");  // a precision past the end
     EXPECT_EQ(Fmt(u"%c%c %%", u'x', 0x20AC), "x\xE2\x82\xAC %");
     EXPECT_EQ(Fmt(u"%s", static_cast<const WCHAR*>(nullptr)), "(null)");
     EXPECT_EQ(Fmt(u"%*d|%.*f", 4, 7, 1, 2.25), "   7|2.2");
