@@ -405,7 +405,7 @@ HDIB MakeCopy(HDIB hdib, LONG newHeight, LONG newWidth, bool fill) {
         DebugError(u"   !DibCreateCopyConvolve():DibErrorInvalidParm\r\n");
         return nullptr;
     }
-    BITMAPINFO* info = (BITMAPINFO*)LocalAlloc(LPTR, (static_cast<size_t>(colours) + 10) * 4);
+    BITMAPINFO* info = static_cast<BITMAPINFO*>(LocalAlloc(LPTR, (static_cast<size_t>(colours) + 10) * 4));
     if (info == nullptr) {
         DebugError(u"   !DibCreateCopyConvolve():LocalAlloc:pbmi:Error\r\n");
         return nullptr;
@@ -474,7 +474,7 @@ DWORD DibConvolutionFilterThreshhold(HDIB hdib, const LONG* kernel, LONG rows, L
     BYTE* aligned = reinterpret_cast<BYTE*>((reinterpret_cast<uintptr_t>(scratch) + 63) & ~static_cast<uintptr_t>(63));
     uint16_t* fold = reinterpret_cast<uint16_t*>(aligned + accBytes);
     ConvPlan plan;
-    BuildPlan(plan, (ConvRow*)(aligned + accBytes + foldBytes), kernel, rows, cols, divisor,
+    BuildPlan(plan, reinterpret_cast<ConvRow*>(aligned + accBytes + foldBytes), kernel, rows, cols, divisor,
               bias, threshold, width, mx);
     const ConvolveRowFn convolveRow = PickConvolveRow();
     // Output row y reads copy rows y .. y + rows - 1, the last of them
