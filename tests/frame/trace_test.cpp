@@ -41,13 +41,17 @@ struct TraceTest : ::testing::Test {
 
 TEST_F(TraceTest, GoldenLinesCarryTheirStampsToEverySinkInOrder) {
     tovConfigDebug(1, 10, tovDebugFile);
-    const time_t now = time(nullptr);
-    tm local;
-    localtime_r(&now, &local);  // the C library's date, to hold the platform's against
+    auto today = [] {  // the C library's date, to hold the platform's against
+        const time_t now = time(nullptr);
+        tm t;
+        return *localtime_r(&now, &t);
+    };
+    const tm first = today();
     SYSTEMTIME before, after;
     GetLocalTime(&before);
     DebugTrace(5, u">tovCrop(%d,%d,%d,%d,%d)\r\n", 1234, 0, 0, 16, 8);
     GetLocalTime(&after);
+    const tm local = today();
     DebugError(u"   !DibDither2Color():LocalAlloc:errordata:Error\r\n");
     DebugTrace(5, u"%s=%.2f %hs\r\n", u"gamma", 1.5, "narrow");
     DebugTrace(9, u"no line ending");
@@ -65,7 +69,7 @@ TEST_F(TraceTest, GoldenLinesCarryTheirStampsToEverySinkInOrder) {
     // The stamp is the local date and time.
     int month, day, year, hour, minute, second;
     ASSERT_EQ(std::sscanf(text.c_str(), "%d/%d/%d %d:%d:%d", &month, &day, &year, &hour, &minute, &second), 6);
-    if (before.wDay == after.wDay && before.wDay == local.tm_mday) {  // else midnight passed during the test
+    if (before.wDay == after.wDay && first.tm_mday == local.tm_mday) {  // else midnight passed during the test
         EXPECT_EQ(std::vector<int>({month, day, year}),
                   std::vector<int>({local.tm_mon + 1, local.tm_mday, local.tm_year % 100}));
         const int at = hour * 3600 + minute * 60 + second;
